@@ -1,0 +1,273 @@
+#include "externalprocessthread.h"
+
+#include <QFile>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char **environ;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+int openPidFd(pid_t pid)
+{
+#ifdef SYS_pidfd_open
+    return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+#else
+    Q_UNUSED(pid);
+    return -1;
+#endif
+}
+
+} // namespace
+
+ExternalProcessThread::ExternalProcessThread(const QString &program,
+                                             const QList<QString> &arguments,
+                                             std::chrono::milliseconds timeout,
+                                             const QString &workingDirectory)
+    : m_program(program)
+    , m_arguments(arguments)
+    , m_timeout(timeout)
+    , m_workingDirectory(workingDirectory)
+{
+}
+
+ExternalProcessThread::~ExternalProcessThread()
+{
+    if (isRunning()) {
+        m_abort = true;
+        wait();
+    }
+    closeDescriptors();
+    if (m_pid > 0 && !m_reaped) {
+        while (::waitpid(static_cast<pid_t>(m_pid), nullptr, 0) < 0 && errno == EINTR) {
+        }
+    }
+}
+
+void ExternalProcessThread::createTimer(const std::function<void()> &callback)
+{
+    if (callback)
+        m_callbacks.push_back(callback);
+}
+
+void ExternalProcessThread::start()
+{
+    if (m_pid > 0 || m_error != NoError)
+        return;
+
+    int out[2] = {-1, -1};
+    int err[2] = {-1, -1};
+    if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) {
+        for (int fd : {out[0], out[1], err[0], err[1]})
+            if (fd >= 0)
+                ::close(fd);
+        m_error = FailedToStart;
+        return;
+    }
+
+    const QByteArray program = QFile::encodeName(m_program);
+    const QByteArray directory = QFile::encodeName(m_workingDirectory);
+    std::vector<QByteArray> encoded;
+    encoded.reserve(size_t(m_arguments.size()));
+    for (const QString &argument : m_arguments)
+        encoded.push_back(argument.toLocal8Bit());
+    std::vector<char *> argv;
+    argv.push_back(const_cast<char *>(program.constData()));
+    for (QByteArray &argument : encoded)
+        argv.push_back(argument.data());
+    argv.push_back(nullptr);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (!m_workingDirectory.isEmpty())
+        posix_spawn_file_actions_addchdir_np(&actions, directory.constData());
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+
+    // Own process group, so that a time-out can end everything the program started and the
+    // terminal's Ctrl+C reaches it only through the host. Signals start out at their defaults
+    // whatever the host ignores or blocks.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes,
+                             POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setpgroup(&attributes, 0);
+    sigset_t signals;
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&attributes, &signals);
+    sigfillset(&signals);
+    sigdelset(&signals, SIGKILL);
+    sigdelset(&signals, SIGSTOP);
+    posix_spawnattr_setsigdefault(&attributes, &signals);
+
+    pid_t pid = 0;
+    const int rc =
+        posix_spawn(&pid, program.constData(), &actions, &attributes, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    ::close(out[1]);
+    ::close(err[1]);
+
+    if (rc != 0) {
+        ::close(out[0]);
+        ::close(err[0]);
+        m_error = FailedToStart;
+        return;
+    }
+
+    m_pid = pid;
+    m_stdoutFd = out[0];
+    m_stderrFd = err[0];
+    ::fcntl(m_stdoutFd, F_SETFL, O_NONBLOCK);
+    ::fcntl(m_stderrFd, F_SETFL, O_NONBLOCK);
+    m_pidFd = openPidFd(pid);
+    if (m_pidFd >= 0)
+        ::fcntl(m_pidFd, F_SETFD, FD_CLOEXEC);
+    QThread::start();
+}
+
+bool ExternalProcessThread::exec()
+{
+    if (m_pid <= 0) {
+        if (m_error == NoError)
+            m_error = FailedToStart;
+        return false;
+    }
+    wait();
+    return m_error == NoError;
+}
+
+// Notices the end of the program without reaping it (see the class comment).
+bool ExternalProcessThread::pollExited(bool block)
+{
+    siginfo_t info{};
+    const int options = WEXITED | WNOWAIT | (block ? 0 : WNOHANG);
+    for (;;) {
+        info.si_pid = 0;
+        const int rc = ::waitid(P_PID, static_cast<id_t>(m_pid), &info, options);
+        if (rc == 0)
+            break;
+        if (errno == EINTR)
+            continue;
+        // Someone else reaped it: nothing more to learn about how it ended.
+        m_reaped = true;
+        m_error = UnknownError;
+        return true;
+    }
+    if (info.si_pid == 0)
+        return false;
+    if (info.si_code == CLD_EXITED)
+        m_exitCode = info.si_status;
+    else if (m_error == NoError)
+        m_error = Crashed;
+    return true;
+}
+
+void ExternalProcessThread::killGroup()
+{
+    if (::kill(-static_cast<pid_t>(m_pid), SIGKILL) != 0)
+        ::kill(static_cast<pid_t>(m_pid), SIGKILL);
+}
+
+void ExternalProcessThread::readFrom(int &fd, QByteArray &buffer)
+{
+    // Bounded, so that a writer that never pauses cannot keep this thread from its clock.
+    char chunk[65536];
+    for (int round = 0; round < 16; ++round) {
+        const ssize_t n = ::read(fd, chunk, sizeof chunk);
+        if (n > 0) {
+            const qsizetype room = maxOutputSize - buffer.size();
+            if (room > 0)
+                buffer.append(chunk, std::min<qsizetype>(room, n));
+            continue;
+        }
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+            return;
+        ::close(fd); // end of file, or an error that more reading will not mend
+        fd = -1;
+        return;
+    }
+}
+
+void ExternalProcessThread::closeDescriptors()
+{
+    for (int *fd : {&m_stdoutFd, &m_stderrFd, &m_pidFd}) {
+        if (*fd >= 0) {
+            ::close(*fd);
+            *fd = -1;
+        }
+    }
+}
+
+void ExternalProcessThread::run()
+{
+    const Clock::time_point deadline = Clock::now() + m_timeout;
+    Clock::time_point nextTick = Clock::now() + timerPeriod;
+    bool exited = false;
+    Clock::time_point exitedAt;
+
+    for (;;) {
+        if (!exited && pollExited(false)) {
+            exited = true;
+            exitedAt = Clock::now();
+        }
+        const Clock::time_point now = Clock::now();
+        const bool outputOpen = m_stdoutFd >= 0 || m_stderrFd >= 0;
+        if (exited && (!outputOpen || now >= exitedAt + drainGrace))
+            break;
+        if (!exited && (now >= deadline || m_abort)) {
+            killGroup();
+            pollExited(true);
+            m_error = m_abort ? UnknownError : Timedout;
+            break;
+        }
+        if (!exited && now >= nextTick) {
+            for (const auto &callback : m_callbacks)
+                callback();
+            nextTick = std::max(nextTick + timerPeriod, now);
+        }
+
+        Clock::time_point wake = exited ? exitedAt + drainGrace : std::min(nextTick, deadline);
+        auto waitMs = std::chrono::ceil<std::chrono::milliseconds>(wake - Clock::now()).count();
+        // Without a process descriptor the end of a program that closed its output is only
+        // seen by looking again, so look often.
+        if (m_pidFd < 0 || exited)
+            waitMs = std::min<decltype(waitMs)>(waitMs, 5);
+        // Bounded so that an abort request is noticed promptly.
+        waitMs = std::clamp<decltype(waitMs)>(waitMs, 0, 50);
+
+        pollfd fds[3];
+        nfds_t count = 0;
+        for (int fd : {m_stdoutFd, m_stderrFd, exited ? -1 : m_pidFd})
+            if (fd >= 0)
+                fds[count++] = pollfd{fd, POLLIN, 0};
+        const int ready = ::poll(fds, count, static_cast<int>(waitMs));
+        if (ready <= 0)
+            continue;
+        if (m_stdoutFd >= 0)
+            readFrom(m_stdoutFd, m_stdout);
+        if (m_stderrFd >= 0)
+            readFrom(m_stderrFd, m_stderr);
+    }
+
+    // Whatever is still buffered in the pipes belongs to the answer.
+    if (m_stdoutFd >= 0)
+        readFrom(m_stdoutFd, m_stdout);
+    if (m_stderrFd >= 0)
+        readFrom(m_stderrFd, m_stderr);
+    closeDescriptors();
+}

@@ -1,0 +1,9 @@
+#include "session.h"
+
+Session::Session() = default;
+Session::~Session() = default;
+
+ProgressIndicator *Session::progress()
+{
+    return &m_progress;
+}

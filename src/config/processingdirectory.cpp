@@ -1,0 +1,25 @@
+#include "plugin/inpaspaymentprocessing.h"
+
+#include <config.h>
+#include <singleton.h>
+
+using namespace Qt::Literals::StringLiterals;
+
+const QString InpasPaymentProcessing::defaultProcessingDirectory =
+    u"/tillroot/cash/paysystems/inpas"_s;
+
+void InpasPaymentProcessing::setProcessingDirectory(const QString &directory)
+{
+    processingDirectory = directory.isEmpty() ? defaultProcessingDirectory : directory;
+
+    Config &config = hostInstance<Config>();
+    config.addConfigFile(processingDirectory + u"/zelnorinpas.conf"_s, u"inpas"_s);
+
+    setOption(processing::ScanTokenOnCancel,
+              config.getBool(u"inpas.Client:scanTokenOnCancel"_s, true));
+    // Interruption, once allowed, stays allowed for the life of the processor.
+    if (config.getBool(u"inpas.Client:allowInterruptPayment"_s, false))
+        setOption(processing::AllowInterruptPayment, true);
+
+    settings.read(config);
+}

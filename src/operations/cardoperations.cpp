@@ -1,0 +1,45 @@
+#include "plugin/inpaspaymentprocessing.h"
+
+#include <log4qt/logger.h>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+enum OperationCode { SaleCode = 1, RefundCode = 2, CancelCode = 3 };
+
+constexpr int customerQrPaymentMode = 2;
+
+} // namespace
+
+PaymentProcessingAnswer InpasPaymentProcessing::payment(const PaymentProcessingRequest &request)
+{
+    logger->info(u"Оплата/возврат"_s);
+    PaymentProcessingAnswer answer;
+    const QString qrCode = customerQr(request);
+    const Arguments arguments = getArguments(request, qrCode);
+
+    switch (request.type) {
+    case PaymentProcessingRequest::Sale:
+        answer = waitAndExecuteOperation(SaleCode, arguments, nullptr);
+        break;
+    case PaymentProcessingRequest::Refund:
+    case PaymentProcessingRequest::Return:
+        answer = waitAndExecuteOperation(RefundCode, arguments, nullptr);
+        break;
+    default:
+        // Not a type this processor serves: no client run, a failure without a message.
+        break;
+    }
+
+    if (!qrCode.isEmpty())
+        answer.paymentMode = customerQrPaymentMode;
+    return answer;
+}
+
+PaymentProcessingAnswer InpasPaymentProcessing::cancel(const PaymentProcessingRequest &request)
+{
+    logger->info(u"Отмена операции"_s);
+    const Arguments arguments = getArguments(request, customerQr(request));
+    return waitAndExecuteOperation(CancelCode, arguments, nullptr);
+}

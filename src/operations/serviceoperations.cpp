@@ -1,0 +1,67 @@
+#include "plugin/inpaspaymentprocessing.h"
+
+#include <log4qt/logger.h>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+enum OperationCode {
+    ReconciliationCode = 4,
+    ShortReportCode = 11,
+    SlipCopyCode = 12,
+    FullReportCode = 14,
+    BalanceCode = 15,
+};
+
+InpasPaymentProcessing::Arguments merchantArguments(const QString &merchantId)
+{
+    return {{u"-t"_s, merchantId.isNull() ? u""_s : merchantId}};
+}
+
+} // namespace
+
+// The mode of checkTotals, the number of printCopy and the account of balance do not reach
+// the client: it reconciles everything, copies the slip it chooses and reports the balance.
+
+PaymentProcessingAnswer InpasPaymentProcessing::checkTotals(int)
+{
+    logger->info(u"Сверка итогов"_s);
+    return waitAndExecuteOperation(ReconciliationCode, {}, nullptr);
+}
+
+PaymentProcessingAnswer InpasPaymentProcessing::checkTotalsByMerchantId(const QString &merchantId)
+{
+    logger->info(u"Сверка итогов для юр. лица(merchantId = %1)"_s.arg(merchantId));
+    return waitAndExecuteOperation(ReconciliationCode, merchantArguments(merchantId), nullptr);
+}
+
+PaymentProcessingAnswer InpasPaymentProcessing::printCopy(int)
+{
+    logger->info(u"Печать копии слипа"_s);
+    return waitAndExecuteOperation(SlipCopyCode, {}, nullptr);
+}
+
+PaymentProcessingAnswer InpasPaymentProcessing::printReport()
+{
+    logger->info(u"Печать полного отчета"_s);
+    return waitAndExecuteOperation(FullReportCode, {}, nullptr);
+}
+
+PaymentProcessingAnswer InpasPaymentProcessing::printReportByMerchantId(const QString &merchantId)
+{
+    logger->info(u"Печать полного отчета для юр. лица(merchantId = %1)"_s.arg(merchantId));
+    return waitAndExecuteOperation(FullReportCode, merchantArguments(merchantId), nullptr);
+}
+
+PaymentProcessingAnswer InpasPaymentProcessing::printShortReport()
+{
+    logger->info(u"Печать краткого отчета"_s);
+    return waitAndExecuteOperation(ShortReportCode, {}, nullptr);
+}
+
+PaymentProcessingAnswer InpasPaymentProcessing::balance(const QString &)
+{
+    logger->info(u"Запрос состояния счета"_s);
+    return waitAndExecuteOperation(BalanceCode, {}, nullptr);
+}

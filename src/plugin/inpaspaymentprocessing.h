@@ -1,0 +1,97 @@
+#pragma once
+
+#include "config/inpassettings.h"
+
+#include <basicpaymentprocessing.h>
+
+#include <QByteArray>
+#include <QMap>
+#include <QMutex>
+#include <QObject>
+#include <QString>
+#include <QVariant>
+
+#include <chrono>
+
+namespace Log4Qt {
+class Logger;
+}
+
+// The Inpas processor: every payment and service operation runs the vendor's payment client
+// "./zelnorinpas" in the processing directory and turns its JSON answer into the host's answer.
+// Operations block the calling thread until the client has finished; interruptPayment() may be
+// called from another thread meanwhile.
+class InpasPaymentProcessing : public QObject, public BasicPaymentProcessing
+{
+    Q_OBJECT
+    Q_INTERFACES(AbstractPaymentProcessing)
+
+public:
+    using Arguments = QMap<QString, QVariant>;
+
+    static const QString defaultProcessingDirectory;
+    static constexpr std::chrono::seconds clientTimeout{300};
+
+    explicit InpasPaymentProcessing(QObject *parent = nullptr);
+    ~InpasPaymentProcessing() override;
+
+    // Payment types 1 (sale), 2 and 3 (refunds); only a sale can be cancelled.
+    bool isPaymentEnable(PaymentProcessingRequest::Type type) const override;
+    using BasicPaymentProcessing::isPaymentEnable;
+    bool isCancelEnable(PaymentProcessingRequest::Type type) const override;
+
+    PaymentProcessingAnswer payment(const PaymentProcessingRequest &request) override;
+    PaymentProcessingAnswer cancel(const PaymentProcessingRequest &request) override;
+    PaymentProcessingAnswer checkTotals(int mode) override;
+    PaymentProcessingAnswer checkTotalsByMerchantId(const QString &merchantId) override;
+    PaymentProcessingAnswer printCopy(int number) override;
+    PaymentProcessingAnswer printReport() override;
+    PaymentProcessingAnswer printReportByMerchantId(const QString &merchantId) override;
+    PaymentProcessingAnswer printShortReport() override;
+    PaymentProcessingAnswer balance(const QString &account) override;
+    ScanQrParams getScanQrParams() const override;
+    PaymentProcessingAnswer paymentByQRCodeOnPinPad(const PaymentProcessingRequest &request) override;
+    PaymentProcessingAnswer cancelByQRCodeOnPinPad(const PaymentProcessingRequest &request) override;
+
+    // Points the processor at a client directory (empty: the default one) and reads the
+    // settings of its zelnorinpas.conf on top of what earlier calls read.
+    void setProcessingDirectory(const QString &directory) override;
+
+    // Sends SIGINT to the client that is running now, if any, and returns true.
+    bool interruptPayment() override;
+
+    // The standard argument map of a card operation; "-d" only with a customer code.
+    Arguments getArguments(const PaymentProcessingRequest &request,
+                           const QString &customerQrCode) const;
+    // One run of the client: its standard output, or a BasicException with the cashier's
+    // message when the run failed or the client exited with a non-zero status.
+    QByteArray executeCommand(int operationCode, const Arguments &arguments,
+                              std::chrono::seconds timeout);
+    // The pause, the run, the answer and the stamp; failures come back as answers.
+    PaymentProcessingAnswer waitAndExecuteOperation(int operationCode, const Arguments &arguments,
+                                                    bool *retry);
+    // The host's answer for the client's output; with retry, whether to ask again.
+    PaymentProcessingAnswer processAnswer(const QByteArray &output, bool *retry) const;
+    void addAdditionalData(PaymentProcessingAnswer &answer, const QString &paymentMethod) const;
+    // The scanned customer code when the request's currency passes one on, else null.
+    QString customerQr(const PaymentProcessingRequest &request) const;
+    // The customer code wrapped for the client: tag D1 inside tag F6.
+    QByteArray generateQrData(const QByteArray &code) const;
+    // The SBP form identifier: text(2) number(4) sequence(7) ddMMyyhhmmss, zero-filled.
+    QString formId(const PaymentProcessingRequest &request) const;
+    PaymentProcessingAnswer getPaymentByQRCodeOnPinPadStatus(const PaymentProcessingRequest &request);
+    PaymentProcessingAnswer getCancelByQRCodeOnPinPadStatus(const PaymentProcessingRequest &request);
+
+    const InpasSettings &currentSettings() const { return settings; }
+
+private:
+    class ClientIdScope;
+    void setClientProcessId(qint64 pid);
+
+    // Guards clientProcessId, so that a signal never reaches a process id that the client
+    // has given up: the id is cleared under the lock before the ended client is reaped.
+    mutable QMutex clientMutex;
+    qint64 clientProcessId = 0;
+    Log4Qt::Logger *logger = nullptr;
+    InpasSettings settings;
+};

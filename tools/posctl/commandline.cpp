@@ -1,0 +1,214 @@
+#include "commandline.h"
+
+#include <QHash>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+const QHash<QString, int> &commands()
+{
+    // command -> number of positional arguments
+    static const QHash<QString, int> table{
+        {u"sale"_s, 1},         {u"refund"_s, 1},   {u"cancel"_s, 1},     {u"reconcile"_s, 0},
+        {u"report"_s, 0},       {u"short-report"_s, 0}, {u"copy"_s, 0},   {u"balance"_s, 0},
+        {u"sbp-pay"_s, 1},      {u"sbp-refund"_s, 1}, {u"scan-params"_s, 0}, {u"options"_s, 0},
+        {u"batch"_s, 0},        {u"set-dir"_s, 1},  {u"new-processor"_s, 0},
+    };
+    return table;
+}
+
+bool toInt(const QString &text, int &value)
+{
+    bool ok = false;
+    value = text.toInt(&ok, 10);
+    return ok;
+}
+
+} // namespace
+
+std::optional<QStringList> CommandLine::splitWords(const QString &line)
+{
+    QStringList words;
+    QString word;
+    bool inWord = false;
+    bool quoted = false;
+    for (const QChar c : line) {
+        if (quoted) {
+            if (c == u'"')
+                quoted = false;
+            else
+                word.append(c);
+        } else if (c == u'"') {
+            quoted = true;
+            inWord = true;
+        } else if (c.isSpace()) {
+            if (inWord)
+                words.append(word);
+            word.clear();
+            inWord = false;
+        } else {
+            word.append(c);
+            inWord = true;
+        }
+    }
+    if (quoted)
+        return std::nullopt;
+    if (inWord)
+        words.append(word);
+    return words;
+}
+
+bool CommandLine::isKnownCommand(const QString &command, Scope scope)
+{
+    if (!commands().contains(command))
+        return false;
+    const bool batchOnly = command == "set-dir"_L1 || command == "new-processor"_L1;
+    if (scope == TopLevel)
+        return !batchOnly;
+    return command != "batch"_L1;
+}
+
+int CommandLine::positionalCount(const QString &command)
+{
+    return commands().value(command, 0);
+}
+
+bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &globals,
+                        Invocation &invocation, QString &error)
+{
+    bool onlyPositional = false;
+    for (qsizetype i = 0; i < words.size(); ++i) {
+        const QString &word = words.at(i);
+        auto value = [&](QString &out) {
+            if (i + 1 >= words.size()) {
+                error = u"option %1 needs a value"_s.arg(word);
+                return false;
+            }
+            out = words.at(++i);
+            return true;
+        };
+        auto number = [&](int &out) {
+            QString text;
+            if (!value(text))
+                return false;
+            if (!toInt(text, out)) {
+                error = u"option %1 needs a whole number, not \"%2\""_s.arg(word, text);
+                return false;
+            }
+            return true;
+        };
+
+        if (onlyPositional || !word.startsWith(u'-') || word == "-"_L1) {
+            if (invocation.command.isEmpty()) {
+                if (!isKnownCommand(word, scope)) {
+                    error = u"unknown command \"%1\" (see posctl --help)"_s.arg(word);
+                    return false;
+                }
+                invocation.command = word;
+            } else {
+                invocation.positional.append(word);
+            }
+            continue;
+        }
+        if (word == "--"_L1) {
+            onlyPositional = true;
+            continue;
+        }
+
+        QString text;
+        int n = 0;
+        if (word == "--type"_L1) {
+            if (!number(n))
+                return false;
+            invocation.type = n;
+        } else if (word == "--merchant"_L1) {
+            if (!value(text))
+                return false;
+            invocation.merchant = text;
+        } else if (word == "--rrn"_L1) {
+            if (!value(invocation.rrn))
+                return false;
+        } else if (word == "--auth"_L1) {
+            if (!value(invocation.auth))
+                return false;
+        } else if (word == "--customer-qr"_L1) {
+            if (!value(invocation.customerQr))
+                return false;
+        } else if (word == "--currency"_L1) {
+            if (!number(invocation.currency))
+                return false;
+        } else if (word == "--form-text"_L1) {
+            if (!value(invocation.formText))
+                return false;
+        } else if (word == "--form-number"_L1) {
+            if (!number(invocation.formNumber))
+                return false;
+        } else if (word == "--form-seq"_L1) {
+            if (!number(invocation.formSequence))
+                return false;
+        } else if (word == "--form-time"_L1) {
+            if (!value(text))
+                return false;
+            const QDateTime time = QDateTime::fromString(text, u"yyyy-MM-ddThh:mm:ss"_s);
+            if (!time.isValid()) {
+                error = u"option --form-time needs a time as yyyy-MM-ddThh:mm:ss, not \"%1\""_s.arg(
+                    text);
+                return false;
+            }
+            invocation.formTime = time;
+        } else if (scope == TopLevel && word == "--plugin"_L1) {
+            if (!value(globals.pluginPath))
+                return false;
+        } else if (scope == TopLevel && word == "--dir"_L1) {
+            if (!value(text))
+                return false;
+            globals.directory = text;
+        } else if (scope == TopLevel && word == "--json"_L1) {
+            globals.json = true;
+        } else if (scope == TopLevel && (word == "-v"_L1 || word == "--verbose"_L1)) {
+            globals.verbose = true;
+        } else if (scope == TopLevel && word == "--interrupt-after"_L1) {
+            if (!number(n))
+                return false;
+            if (n < 0) {
+                error = u"option --interrupt-after needs a number of milliseconds"_s;
+                return false;
+            }
+            globals.interruptAfterMs = n;
+        } else if (scope == TopLevel && (word == "-h"_L1 || word == "--help"_L1)) {
+            globals.help = true;
+        } else if (scope == TopLevel && word == "--version"_L1) {
+            globals.version = true;
+        } else {
+            error = u"unknown option %1 (see posctl --help)"_s.arg(word);
+            return false;
+        }
+    }
+
+    if (globals.help || globals.version)
+        return true;
+    if (invocation.command.isEmpty()) {
+        error = u"no command given (see posctl --help)"_s;
+        return false;
+    }
+    const int wanted = positionalCount(invocation.command);
+    if (invocation.positional.size() != wanted) {
+        if (wanted == 1 && invocation.positional.isEmpty())
+            error = u"%1 needs an amount"_s.arg(invocation.command);
+        else
+            error = u"too many arguments for %1: %2"_s.arg(
+                invocation.command, invocation.positional.mid(wanted).join(u' '));
+        return false;
+    }
+    if (wanted == 1 && invocation.command != "set-dir"_L1) {
+        bool ok = false;
+        invocation.positional.first().toLongLong(&ok, 10);
+        if (!ok) {
+            error = u"the amount must be a whole number, not \"%1\""_s.arg(
+                invocation.positional.first());
+            return false;
+        }
+    }
+    return true;
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QDateTime>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+// One posctl command with its arguments and request options, as typed on the command line or
+// on a line of a batch.
+struct Invocation
+{
+    QString command;
+    QStringList positional;
+
+    std::optional<int> type;
+    std::optional<QString> merchant;
+    QString rrn;
+    QString auth;
+    QString customerQr;
+    int currency = 1;
+    QString formText;
+    int formNumber = 0;
+    int formSequence = 0;
+    std::optional<QDateTime> formTime;
+};
+
+// Options that concern posctl itself rather than one request.
+struct GlobalOptions
+{
+    QString pluginPath;
+    std::optional<QString> directory;
+    bool json = false;
+    bool verbose = false;
+    std::optional<int> interruptAfterMs;
+    bool help = false;
+    bool version = false;
+};
+
+class CommandLine
+{
+public:
+    enum Scope { TopLevel, BatchLine };
+
+    // Splits a batch line into words; double quotes group words and may be empty ("").
+    // Returns nullopt for an unterminated quote.
+    static std::optional<QStringList> splitWords(const QString &line);
+
+    // Parses words into the command and its options. In a batch line, global options are not
+    // accepted. On failure returns false and a sentence for the user in error.
+    static bool parse(const QStringList &words, Scope scope, GlobalOptions &globals,
+                      Invocation &invocation, QString &error);
+
+    static bool isKnownCommand(const QString &command, Scope scope);
+    // How many positional arguments the command takes.
+    static int positionalCount(const QString &command);
+};
