@@ -1,0 +1,103 @@
+#include "fakeclient.h"
+
+#include <QFile>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+void writeFile(const QString &path, const QByteArray &content)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        qFatal("cannot write %s", qPrintable(path));
+    file.write(content);
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return file.readAll();
+}
+
+} // namespace
+
+FakeClient::FakeClient()
+{
+    setAnswers({"{}"});
+}
+
+QString FakeClient::recordPath(const QString &name) const
+{
+    return m_records.filePath(name);
+}
+
+void FakeClient::writeScript(const QByteArray &tail)
+{
+    const QByteArray records = m_records.path().toUtf8();
+    QByteArray script = "#!/bin/sh\n"
+                        "R='" + records + "'\n"
+                        "n=$(cat \"$R/count\" 2>/dev/null || echo 0)\n"
+                        "n=$((n+1))\n"
+                        "date +%s.%N > \"$R/start.$n\"\n"
+                        "pwd > \"$R/cwd.$n\"\n"
+                        "for a in \"$@\"; do printf '%s\\0' \"$a\"; done > \"$R/args.$n\"\n"
+                        "echo $n > \"$R/count\"\n";
+    script += tail;
+    const QString path = m_dir.filePath(u"zelnorinpas"_s);
+    writeFile(path, script);
+    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+void FakeClient::setAnswers(const QList<QByteArray> &answers)
+{
+    for (qsizetype i = 0; i < answers.size(); ++i)
+        writeFile(recordPath(u"answer.%1"_s.arg(i + 1)), answers.at(i));
+    writeFile(recordPath(u"answer.last"_s), answers.isEmpty() ? QByteArray() : answers.last());
+    writeScript("if [ -f \"$R/answer.$n\" ]; then cat \"$R/answer.$n\"; "
+                "else cat \"$R/answer.last\"; fi\n");
+}
+
+void FakeClient::setBehaviour(const QByteArray &shellCode)
+{
+    writeScript(shellCode + '\n');
+}
+
+void FakeClient::setConfig(const QByteArray &ini)
+{
+    writeFile(m_dir.filePath(u"zelnorinpas.conf"_s), ini);
+}
+
+void FakeClient::removeClient()
+{
+    QFile::remove(m_dir.filePath(u"zelnorinpas"_s));
+}
+
+int FakeClient::runCount() const
+{
+    return readFile(recordPath(u"count"_s)).trimmed().toInt();
+}
+
+QStringList FakeClient::arguments(int run) const
+{
+    QByteArray raw = readFile(recordPath(u"args.%1"_s.arg(run)));
+    QStringList list;
+    if (raw.isEmpty())
+        return list;
+    raw.chop(1); // the last NUL
+    for (const QByteArray &item : raw.split('\0'))
+        list.append(QString::fromUtf8(item));
+    return list;
+}
+
+QString FakeClient::workingDirectory(int run) const
+{
+    return QString::fromUtf8(readFile(recordPath(u"cwd.%1"_s.arg(run))).trimmed());
+}
+
+double FakeClient::startTime(int run) const
+{
+    return readFile(recordPath(u"start.%1"_s.arg(run))).trimmed().toDouble();
+}

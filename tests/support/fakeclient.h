@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+// A stand-in payment client in a temporary processing directory: a small shell script named
+// zelnorinpas that records how it was run and prints scripted answers.
+class FakeClient
+{
+public:
+    FakeClient();
+
+    QString directory() const { return m_dir.path(); }
+
+    // What successive runs print on stdout; the last answer repeats.
+    void setAnswers(const QList<QByteArray> &answers);
+    void setAnswer(const QByteArray &answer) { setAnswers({answer}); }
+    // Runs this shell code after the run is recorded instead of printing an answer.
+    void setBehaviour(const QByteArray &shellCode);
+    void setConfig(const QByteArray &ini);
+    void removeClient();
+
+    int runCount() const;
+    // The arguments of run n (from 1), empty ones included.
+    QStringList arguments(int run) const;
+    QStringList lastArguments() const { return arguments(runCount()); }
+    QString workingDirectory(int run) const;
+    // Seconds since the epoch, with fractions, when run n started.
+    double startTime(int run) const;
+
+private:
+    void writeScript(const QByteArray &tail);
+    QString recordPath(const QString &name) const;
+
+    QTemporaryDir m_dir;
+    QTemporaryDir m_records;
+};

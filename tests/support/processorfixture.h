@@ -1,0 +1,27 @@
+#pragma once
+
+#include "fakeclient.h"
+
+#include <plugin/inpaspaymentprocessing.h>
+
+#include <memory>
+
+// A processor pointed at a fake client, with no pause between runs unless the configuration
+// asks for one. The construction and the directory change log nothing.
+struct ProcessorFixture
+{
+    explicit ProcessorFixture(const QByteArray &extraConfig = {});
+
+    // Expects the two debug lines of one client run that prints output.
+    static void expectRun(const QString &directory, const QStringList &arguments,
+                          const QByteArray &output);
+    // Expects the info line of an answer whose fields are as given.
+    static void expectAnswerLine(int status, const QString &message, int hostCode = 0,
+                                 const QString &cardType = {}, const QString &pan = {},
+                                 const QString &reference = {}, const QString &auth = {});
+    // Expects the lines of every run of this processor whatever they say.
+    static void expectAnyRuns(int runs);
+
+    FakeClient client;
+    std::unique_ptr<InpasPaymentProcessing> processor;
+};

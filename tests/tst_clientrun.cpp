@@ -1,0 +1,248 @@
+// Running the payment client: command lines, failures, progress, pacing and interruption.
+
+#include "processorfixture.h"
+
+#include <basicexception.h>
+#include <session.h>
+#include <singleton.h>
+
+#include <QDateTime>
+#include <QMutex>
+#include <QRegularExpression>
+#include <QTest>
+
+#include <csignal>
+#include <thread>
+
+using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
+using Arguments = InpasPaymentProcessing::Arguments;
+
+namespace {
+
+volatile sig_atomic_t ownInterrupts = 0;
+
+void countInterrupt(int)
+{
+    ownInterrupts = ownInterrupts + 1;
+}
+
+double now()
+{
+    return QDateTime::currentMSecsSinceEpoch() / 1000.0;
+}
+
+void expectStartLine(const QString &directory, const QString &arguments)
+{
+    QTest::ignoreMessage(QtDebugMsg, qPrintable(u"Рабочий каталог: %1; аргументы: %2"_s.arg(
+                                         directory, arguments)));
+}
+
+} // namespace
+
+class tst_ClientRun : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void commandLines_data();
+    void commandLines();
+    void runFailures_data();
+    void runFailures();
+    void failuresBecomeAnswers_data();
+    void failuresBecomeAnswers();
+    void progress();
+    void pacing();
+    void failedRunIsPacedToo();
+    void interruptReachesTheRunningClientOnly();
+};
+
+void tst_ClientRun::commandLines_data()
+{
+    QTest::addColumn<int>("code");
+    QTest::addColumn<Arguments>("arguments");
+    QTest::addColumn<QStringList>("expected");
+
+    QTest::newRow("code alone") << 4 << Arguments{} << QStringList{u"4"_s};
+    QTest::newRow("null value sends the option alone")
+        << 7 << Arguments{{u"-t"_s, u"123"_s}, {u"-f"_s, QVariant()}, {u"-a"_s, u"1000"_s}}
+        << QStringList{u"7"_s, u"-a"_s, u"1000"_s, u"-f"_s, u"-t"_s, u"123"_s};
+    QTest::newRow("empty value kept") << 1 << Arguments{{u"-c"_s, u""_s}, {u"-r"_s, QString()}}
+                                      << QStringList{u"1"_s, u"-c"_s, u""_s, u"-r"_s, u""_s};
+    QTest::newRow("negative code") << -5 << Arguments{} << QStringList{u"-5"_s};
+    QTest::newRow("UTF-16 order") << 2 << Arguments{{u"-t"_s, 1}, {u"-Z"_s, 2}, {u"-a"_s, 3}}
+                                  << QStringList{u"2"_s, u"-Z"_s, u"2"_s, u"-a"_s, u"3"_s,
+                                                 u"-t"_s, u"1"_s};
+    QTest::newRow("values as text") << 1 << Arguments{{u"-a"_s, qint64(-9000000000)},
+                                                      {u"-d"_s, QByteArray("aGk=")}}
+                                    << QStringList{u"1"_s, u"-a"_s, u"-9000000000"_s, u"-d"_s,
+                                                   u"aGk="_s};
+}
+
+void tst_ClientRun::commandLines()
+{
+    QFETCH(int, code);
+    QFETCH(Arguments, arguments);
+    QFETCH(QStringList, expected);
+    ProcessorFixture f;
+    const QByteArray answer = "{\"Status\":1,\"TextResponse\":\"Готово\"}\n";
+    f.client.setAnswer(answer);
+    ProcessorFixture::expectRun(f.client.directory(), expected, answer);
+    QCOMPARE(f.processor->executeCommand(code, arguments, 10s), answer);
+    QCOMPARE(f.client.runCount(), 1);
+    QCOMPARE(f.client.arguments(1), expected);
+    QCOMPARE(f.client.workingDirectory(1), f.client.directory());
+}
+
+void tst_ClientRun::runFailures_data()
+{
+    QTest::addColumn<QByteArray>("behaviour");
+    QTest::addColumn<QString>("id");
+    QTest::addColumn<QString>("text");
+
+    QTest::newRow("missing client") << QByteArray() << u"inpasPaymentProcessingStartError"_s
+                                    << u"Не удалось запустить файл zelnorinpas"_s;
+    QTest::newRow("time-out") << QByteArray("sleep 10") << u"inpasPaymentProcessingTimeoutError"_s
+                              << u"Истекло время ожидания операции. Процесс принудительно завершен"_s;
+    QTest::newRow("crash") << QByteArray("kill -ABRT $$") << u"inpasPaymentProcessingError"_s
+                           << u"Ошибка процесса оплаты"_s;
+    QTest::newRow("non-zero exit") << QByteArray("echo '{}'; printf 'Нет связи с пин-падом\\n' >&2; exit 1")
+                                   << u"undefined"_s << u"Нет связи с пин-падом\n"_s;
+    QTest::newRow("non-zero exit, silent") << QByteArray("exit 7") << u"undefined"_s << u""_s;
+}
+
+void tst_ClientRun::runFailures()
+{
+    QFETCH(QByteArray, behaviour);
+    ProcessorFixture f;
+    if (behaviour.isEmpty())
+        f.client.removeClient();
+    else
+        f.client.setBehaviour(behaviour);
+    expectStartLine(f.client.directory(), u"4"_s);
+    try {
+        f.processor->executeCommand(4, {}, 1s);
+        QFAIL("no exception");
+    } catch (const BasicException &e) {
+        QTEST(e.tr().id(), "id");
+        QTEST(e.tr().ru(), "text");
+    }
+}
+
+void tst_ClientRun::failuresBecomeAnswers_data()
+{
+    runFailures_data();
+}
+
+void tst_ClientRun::failuresBecomeAnswers()
+{
+    QFETCH(QByteArray, behaviour);
+    if (QByteArray(QTest::currentDataTag()) == "time-out")
+        QSKIP("the operations' time-out is five minutes; executeCommand covers it");
+    ProcessorFixture f;
+    if (behaviour.isEmpty())
+        f.client.removeClient();
+    else
+        f.client.setBehaviour(behaviour);
+    expectStartLine(f.client.directory(), u"15"_s);
+    bool retry = true;
+    const PaymentProcessingAnswer answer = f.processor->waitAndExecuteOperation(15, {}, &retry);
+    QCOMPARE(answer.status, -1);
+    QCOMPARE(answer.result, 1);
+    QTEST(answer.message.id(), "id");
+    QTEST(answer.message.ru(), "text");
+    QVERIFY(!retry);
+    QVERIFY(answer.slips.isEmpty());
+}
+
+void tst_ClientRun::progress()
+{
+    ProcessorFixture f;
+    f.client.setBehaviour("sleep 0.35; echo '{}'");
+    QMutex mutex;
+    QList<int> seen;
+    ProgressIndicator *indicator = hostInstance<Session>().progress();
+    const auto connection = connect(
+        indicator, &ProgressIndicator::valueChanged, indicator,
+        [&](int value) {
+            const QMutexLocker lock(&mutex);
+            seen.append(value);
+        },
+        Qt::DirectConnection);
+    ProcessorFixture::expectRun(f.client.directory(), {u"11"_s}, "{}\n");
+    f.processor->executeCommand(11, {}, 10s);
+    disconnect(connection);
+    QVERIFY2(seen.size() >= 4, qPrintable(QString::number(seen.size())));
+    QCOMPARE(seen.first(), 0);
+    QCOMPARE(seen.last(), 100);
+    for (qsizetype i = 1; i + 1 < seen.size(); ++i)
+        QCOMPARE(seen.at(i), int(i));
+}
+
+void tst_ClientRun::pacing()
+{
+    ProcessorFixture f("[Client]\nintervalBetweenOperations=1\n");
+    f.client.setAnswer(R"({"Status":1})");
+    ProcessorFixture::expectAnyRuns(2);
+    QTest::ignoreMessage(QtInfoMsg, "Печать краткого отчета");
+    QTest::ignoreMessage(QtInfoMsg, "Печать краткого отчета");
+
+    const double called = now();
+    f.processor->printShortReport();
+    const double stamped = now();
+    // Nothing recorded before the first run: no pause.
+    QVERIFY(f.client.startTime(1) - called < 0.5);
+
+    f.processor->printShortReport();
+    QVERIFY2(f.client.startTime(2) >= stamped + 1.0 - 0.05,
+             qPrintable(u"%1 after the stamp"_s.arg(f.client.startTime(2) - stamped)));
+}
+
+void tst_ClientRun::failedRunIsPacedToo()
+{
+    ProcessorFixture f("[Client]\nintervalBetweenOperations=1\n");
+    f.client.setBehaviour("exit 1");
+    expectStartLine(f.client.directory(), u"15"_s);
+    f.processor->waitAndExecuteOperation(15, {}, nullptr);
+    const double stamped = now();
+    f.client.setAnswer(R"({"Status":1})");
+    ProcessorFixture::expectAnyRuns(1);
+    f.processor->waitAndExecuteOperation(15, {}, nullptr);
+    QVERIFY(f.client.startTime(2) >= stamped + 1.0 - 0.05);
+}
+
+void tst_ClientRun::interruptReachesTheRunningClientOnly()
+{
+    struct sigaction action = {};
+    struct sigaction previous = {};
+    action.sa_handler = countInterrupt;
+    sigemptyset(&action.sa_mask);
+    ::sigaction(SIGINT, &action, &previous);
+    ownInterrupts = 0;
+
+    ProcessorFixture f;
+    f.client.setBehaviour("trap 'echo {\\\"Status\\\":53}; exit 0' INT\n"
+                          "sleep 5 & wait\n"
+                          "echo '{\"Status\":1}'");
+    ProcessorFixture::expectAnyRuns(1);
+    QTest::ignoreMessage(QtInfoMsg, "Оплата/возврат");
+    PaymentProcessingRequest request;
+    request.type = PaymentProcessingRequest::Sale;
+    std::thread cashier([&] {
+        std::this_thread::sleep_for(400ms);
+        f.processor->interruptPayment();
+    });
+    const PaymentProcessingAnswer answer = f.processor->payment(request);
+    cashier.join();
+    QCOMPARE(answer.status, 53);
+    QCOMPARE(answer.message.ru(), u"Операция прервана"_s);
+
+    // The client has ended: a late interruption signals nobody.
+    f.processor->interruptPayment();
+    QTest::qWait(50);
+    ::sigaction(SIGINT, &previous, nullptr);
+    QCOMPARE(int(ownInterrupts), 0);
+}
+
+QTEST_GUILESS_MAIN(tst_ClientRun)
+#include "tst_clientrun.moc"

@@ -1,0 +1,226 @@
+// The host stand-in's process runner, against programs that misbehave in every way we know.
+
+#include <externalprocessthread.h>
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <atomic>
+#include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+int openDescriptors()
+{
+    return int(QDir(u"/proc/self/fd"_s).entryList(QDir::Files | QDir::System).size());
+}
+
+} // namespace
+
+class tst_ExternalProcessThread : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void runs_data();
+    void runs();
+    void argumentsReachTheProgramUnchanged();
+    void cannotStart_data();
+    void cannotStart();
+    void leavesNothingBehind();
+    void processIdValidAfterStart();
+    void timerRunsWhileProgramRuns();
+    void interruptReachesProgramEvenWhenHostIgnoresIt();
+
+private:
+    QString script(const QByteArray &body);
+    QTemporaryDir m_dir;
+    int m_scripts = 0;
+};
+
+QString tst_ExternalProcessThread::script(const QByteArray &body)
+{
+    const QString name = u"prog%1"_s.arg(++m_scripts);
+    QFile file(m_dir.filePath(name));
+    if (!file.open(QIODevice::WriteOnly))
+        return {};
+    file.write("#!/bin/sh\n" + body + '\n');
+    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    return u"./"_s + name;
+}
+
+void tst_ExternalProcessThread::runs_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<int>("timeoutMs");
+    QTest::addColumn<bool>("finished");
+    QTest::addColumn<int>("error");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QByteArray>("out");
+    QTest::addColumn<QByteArray>("err");
+    QTest::addColumn<int>("maxMs");
+
+    QTest::newRow("answer") << QByteArray("printf '{\"Status\":1}'; printf 'note' >&2") << 5000
+                            << true << -1 << 0 << QByteArray("{\"Status\":1}") << QByteArray("note")
+                            << 3000;
+    QTest::newRow("non-zero exit") << QByteArray("echo 'Нет связи' >&2; exit 3") << 5000 << true
+                                   << -1 << 3 << QByteArray() << QByteArray("Нет связи\n") << 3000;
+    QTest::newRow("crash") << QByteArray("echo partial; kill -SEGV $$") << 5000 << false
+                           << int(ExternalProcessThread::Crashed) << 0 << QByteArray("partial\n")
+                           << QByteArray() << 3000;
+    QTest::newRow("time-out") << QByteArray("echo started; sleep 30") << 300 << false
+                              << int(ExternalProcessThread::Timedout) << 0
+                              << QByteArray("started\n") << QByteArray() << 2000;
+    QTest::newRow("ignores SIGTERM") << QByteArray("trap '' TERM INT; while :; do sleep 1; done")
+                                     << 300 << false << int(ExternalProcessThread::Timedout) << 0
+                                     << QByteArray() << QByteArray() << 2000;
+    QTest::newRow("closes output and runs on")
+        << QByteArray("exec >&- 2>&-; sleep 30") << 300 << false
+        << int(ExternalProcessThread::Timedout) << 0 << QByteArray() << QByteArray() << 2000;
+    QTest::newRow("closes output and ends") << QByteArray("exec >&- 2>&-; sleep 0.2; exit 4")
+                                            << 5000 << true << -1 << 4 << QByteArray()
+                                            << QByteArray() << 2000;
+    QTest::newRow("child keeps the pipes") << QByteArray("sleep 30 & echo done") << 5000 << true
+                                           << -1 << 0 << QByteArray("done\n") << QByteArray()
+                                           << 1500;
+    QTest::newRow("no output") << QByteArray("exit 0") << 5000 << true << -1 << 0 << QByteArray()
+                               << QByteArray() << 2000;
+}
+
+void tst_ExternalProcessThread::runs()
+{
+    QFETCH(QByteArray, body);
+    QFETCH(int, timeoutMs);
+    QFETCH(int, maxMs);
+
+    QElapsedTimer clock;
+    clock.start();
+    qint64 pid = 0;
+    {
+        ExternalProcessThread runner(script(body), {}, std::chrono::milliseconds(timeoutMs),
+                                     m_dir.path());
+        runner.start();
+        pid = runner.processId();
+        QTEST(runner.exec(), "finished");
+        QTEST(runner.error(), "error");
+        QTEST(runner.exitCode(), "exitCode");
+        QTEST(runner.standardOutput().toUtf8(), "out");
+        QTEST(runner.standardError().toUtf8(), "err");
+    }
+    QVERIFY2(clock.elapsed() < maxMs, qPrintable(u"took %1 ms"_s.arg(clock.elapsed())));
+    ::kill(-pid, SIGKILL); // whatever the program left running in its group
+}
+
+void tst_ExternalProcessThread::argumentsReachTheProgramUnchanged()
+{
+    const QString program = script("pwd; for a in \"$@\"; do printf '[%s]' \"$a\"; done");
+    const QStringList arguments{u"4"_s, u""_s, u"two words"_s, u"$HOME"_s, u"'q'"_s, u"; ls"_s,
+                                u"кириллица"_s};
+    ExternalProcessThread runner(program, arguments, 5s, m_dir.path());
+    runner.start();
+    QVERIFY(runner.exec());
+    QCOMPARE(runner.standardOutput(),
+             m_dir.path() + u"\n[4][][two words][$HOME]['q'][; ls][кириллица]"_s);
+}
+
+void tst_ExternalProcessThread::cannotStart_data()
+{
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QString>("directory");
+    const QString ok = script("exit 0");
+    QTest::newRow("missing program") << u"./nothing-here"_s << m_dir.path();
+    QTest::newRow("missing directory") << ok << m_dir.filePath(u"absent"_s);
+    QFile plain(m_dir.filePath(u"plain"_s));
+    QVERIFY(plain.open(QIODevice::WriteOnly));
+    plain.write("#!/bin/sh\n");
+    plain.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
+    QTest::newRow("not executable") << u"./plain"_s << m_dir.path();
+}
+
+void tst_ExternalProcessThread::cannotStart()
+{
+    QFETCH(QString, program);
+    QFETCH(QString, directory);
+    const int before = openDescriptors();
+    {
+        ExternalProcessThread runner(program, {}, 5s, directory);
+        runner.start();
+        QCOMPARE(runner.processId(), 0);
+        QVERIFY(!runner.exec());
+        QCOMPARE(runner.error(), int(ExternalProcessThread::FailedToStart));
+    }
+    QCOMPARE(openDescriptors(), before);
+}
+
+void tst_ExternalProcessThread::leavesNothingBehind()
+{
+    const QString fifty = script("head -c 52428800 /dev/zero; echo tail >&2");
+    const QString hang = script("sleep 30");
+    const int before = openDescriptors();
+    qint64 pid = 0;
+    {
+        ExternalProcessThread runner(fifty, {}, 30s, m_dir.path());
+        runner.start();
+        pid = runner.processId();
+        QVERIFY(runner.exec());
+        QCOMPARE(runner.standardOutput().size(), 52428800);
+        QCOMPARE(runner.standardError(), u"tail\n"_s);
+    }
+    QCOMPARE(::waitpid(pid_t(pid), nullptr, WNOHANG), -1); // reaped: no zombie of ours
+    {
+        // Destroyed without exec(): the program is ended and reaped all the same.
+        ExternalProcessThread runner(hang, {}, 30s, m_dir.path());
+        runner.start();
+        pid = runner.processId();
+    }
+    QCOMPARE(::waitpid(pid_t(pid), nullptr, WNOHANG), -1);
+    QCOMPARE(::kill(pid_t(pid), 0), -1);
+    QCOMPARE(openDescriptors(), before);
+}
+
+void tst_ExternalProcessThread::processIdValidAfterStart()
+{
+    ExternalProcessThread runner(script("sleep 0.3"), {}, 5s, m_dir.path());
+    runner.start();
+    const auto pid = pid_t(runner.processId());
+    QVERIFY(pid > 0);
+    QCOMPARE(::kill(pid, 0), 0);
+    QCOMPARE(::getpgid(pid), pid); // a process group of its own
+    QVERIFY(runner.exec());
+    // Ended but not yet reaped, so its id cannot have been given to another process.
+    QCOMPARE(::kill(pid, 0), 0);
+}
+
+void tst_ExternalProcessThread::timerRunsWhileProgramRuns()
+{
+    std::atomic<int> ticks{0};
+    ExternalProcessThread runner(script("sleep 0.55"), {}, 5s, m_dir.path());
+    runner.createTimer([&ticks] { ++ticks; });
+    runner.start();
+    QVERIFY(runner.exec());
+    QVERIFY2(ticks >= 3 && ticks <= 7, qPrintable(QString::number(ticks)));
+}
+
+void tst_ExternalProcessThread::interruptReachesProgramEvenWhenHostIgnoresIt()
+{
+    const auto previous = ::signal(SIGINT, SIG_IGN);
+    ExternalProcessThread runner(script("trap 'echo interrupted; exit 0' INT; sleep 5 & wait"), {},
+                                 5s, m_dir.path());
+    runner.start();
+    QTest::qWait(200);
+    ::kill(pid_t(runner.processId()), SIGINT);
+    QVERIFY(runner.exec());
+    ::signal(SIGINT, previous);
+    QCOMPARE(runner.standardOutput(), u"interrupted\n"_s);
+}
+
+QTEST_GUILESS_MAIN(tst_ExternalProcessThread)
+#include "tst_externalprocessthread.moc"

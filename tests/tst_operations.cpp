@@ -1,0 +1,262 @@
+// Card and service operations: which client runs they make and what they return.
+
+#include "processorfixture.h"
+
+#include <singleton.h>
+#include <tlv/bertlv.h>
+#include <valutcollection.h>
+
+#include <QLoggingCategory>
+#include <QTest>
+
+#include <functional>
+
+using namespace Qt::Literals::StringLiterals;
+using Call = std::function<PaymentProcessingAnswer(AbstractPaymentProcessing &)>;
+
+Q_DECLARE_METATYPE(Call)
+
+namespace {
+
+const QString customerCode = u"hQVDUFYwMWEYTwegAAAAAQEBUAdNYXN0ZXJjYXJk"_s;
+
+QString payloadBase64(const QString &code)
+{
+    return QString::fromLatin1(
+        tlv::generateBerTlvTag(u"F6"_s, tlv::generateBerTlvTag(u"D1"_s, code.toLatin1()))
+            .toBase64());
+}
+
+} // namespace
+
+class tst_Operations : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void serviceOperations_data();
+    void serviceOperations();
+    void cardOperations_data();
+    void cardOperations();
+    void unhandledTypesRunNothing_data();
+    void unhandledTypesRunNothing();
+    void approvedSaleCarriesTheCard();
+    void balanceAndReportSlips();
+    void qrEnvelopeLengths_data();
+    void qrEnvelopeLengths();
+};
+
+void tst_Operations::initTestCase()
+{
+    auto &valuts = hostInstance<ValutCollection>();
+    valuts.addValut(Valut(1, u"card"_s, Valut::BankCard | Valut::PassCustomerQrCode));
+    valuts.addValut(Valut(2, u"card without QR"_s, Valut::BankCard));
+}
+
+void tst_Operations::serviceOperations_data()
+{
+    QTest::addColumn<Call>("call");
+    QTest::addColumn<QString>("logLine");
+    QTest::addColumn<QStringList>("arguments");
+
+    QTest::newRow("reconciliation") << Call([](auto &p) { return p.checkTotals(0); })
+                                    << u"Сверка итогов"_s << QStringList{u"4"_s};
+    QTest::newRow("reconciliation ignores its mode")
+        << Call([](auto &p) { return p.checkTotals(5); }) << u"Сверка итогов"_s
+        << QStringList{u"4"_s};
+    QTest::newRow("reconciliation of one entity")
+        << Call([](auto &p) { return p.checkTotalsByMerchantId(u"1234567"_s); })
+        << u"Сверка итогов для юр. лица(merchantId = 1234567)"_s
+        << QStringList{u"4"_s, u"-t"_s, u"1234567"_s};
+    QTest::newRow("slip copy") << Call([](auto &p) { return p.printCopy(3); })
+                               << u"Печать копии слипа"_s << QStringList{u"12"_s};
+    QTest::newRow("full report") << Call([](auto &p) { return p.printReport(); })
+                                 << u"Печать полного отчета"_s << QStringList{u"14"_s};
+    QTest::newRow("full report of one entity, empty id")
+        << Call([](auto &p) { return p.printReportByMerchantId(QString()); })
+        << u"Печать полного отчета для юр. лица(merchantId = )"_s
+        << QStringList{u"14"_s, u"-t"_s, u""_s};
+    QTest::newRow("short report") << Call([](auto &p) { return p.printShortReport(); })
+                                  << u"Печать краткого отчета"_s << QStringList{u"11"_s};
+    QTest::newRow("balance ignores its account")
+        << Call([](auto &p) { return p.balance(u"40817"_s); }) << u"Запрос состояния счета"_s
+        << QStringList{u"15"_s};
+}
+
+void tst_Operations::serviceOperations()
+{
+    QFETCH(Call, call);
+    QFETCH(QString, logLine);
+    QFETCH(QStringList, arguments);
+    ProcessorFixture f;
+    const QByteArray output = R"({"Status":1,"TextResponse":"ОДОБРЕНО"})";
+    f.client.setAnswer(output);
+    QTest::ignoreMessage(QtInfoMsg, qPrintable(logLine));
+    ProcessorFixture::expectRun(f.client.directory(), arguments, output);
+    ProcessorFixture::expectAnswerLine(1, u"ОДОБРЕНО"_s);
+    // Through the host's interface, as the host calls it.
+    const PaymentProcessingAnswer answer = call(*f.processor);
+    QCOMPARE(f.client.runCount(), 1);
+    QCOMPARE(f.client.arguments(1), arguments);
+    QCOMPARE(answer.result, 0);
+    QCOMPARE(answer.message.ru(), u"ОДОБРЕНО"_s);
+}
+
+void tst_Operations::cardOperations_data()
+{
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QString>("qr");
+    QTest::addColumn<int>("currency");
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<int>("paymentMode");
+
+    const auto base = [](const QString &code) {
+        return QStringList{code, u"-a"_s, u"500"_s, u"-c"_s, u"AC1"_s, u"-e"_s, u"0"_s,
+                           u"-o"_s, u"0"_s, u"-r"_s, u"RRN1"_s, u"-t"_s, u"M1"_s};
+    };
+    const auto withQr = [](QStringList list) {
+        list.insert(5, u"-d"_s);
+        list.insert(6, payloadBase64(customerCode));
+        return list;
+    };
+
+    QTest::newRow("sale") << u"payment"_s << 1 << u""_s << 1 << base(u"1"_s) << 0;
+    QTest::newRow("refund") << u"payment"_s << 2 << u""_s << 1 << base(u"2"_s) << 0;
+    QTest::newRow("other refund") << u"payment"_s << 3 << u""_s << 1 << base(u"2"_s) << 0;
+    QTest::newRow("sale with customer code") << u"payment"_s << 1 << customerCode << 1
+                                             << withQr(base(u"1"_s)) << 2;
+    QTest::newRow("refund with customer code") << u"payment"_s << 2 << customerCode << 1
+                                               << withQr(base(u"2"_s)) << 2;
+    QTest::newRow("currency without the flag") << u"payment"_s << 1 << customerCode << 2
+                                               << base(u"1"_s) << 0;
+    QTest::newRow("unknown currency") << u"payment"_s << 1 << customerCode << 99 << base(u"1"_s)
+                                      << 0;
+    QTest::newRow("cancel") << u"cancel"_s << 1 << u""_s << 1 << base(u"3"_s) << 0;
+    QTest::newRow("cancel of any type") << u"cancel"_s << 7 << u""_s << 1 << base(u"3"_s) << 0;
+    QTest::newRow("cancel with customer code") << u"cancel"_s << 1 << customerCode << 1
+                                               << withQr(base(u"3"_s)) << 0;
+}
+
+void tst_Operations::cardOperations()
+{
+    QFETCH(QString, operation);
+    QFETCH(int, type);
+    QFETCH(QString, qr);
+    QFETCH(int, currency);
+    QFETCH(QStringList, arguments);
+
+    ProcessorFixture f;
+    // A refusal: the payment mode is set whatever the outcome.
+    const QByteArray output = R"({"Status":16})";
+    f.client.setAnswer(output);
+    QTest::ignoreMessage(QtInfoMsg,
+                         operation == "cancel"_L1 ? "Отмена операции" : "Оплата/возврат");
+    ProcessorFixture::expectRun(f.client.directory(), arguments, output);
+    ProcessorFixture::expectAnswerLine(16, u"Отказ"_s);
+
+    PaymentProcessingRequest request;
+    request.type = static_cast<PaymentProcessingRequest::Type>(type);
+    request.amount = 500;
+    request.merchantId = u"M1"_s;
+    request.referenceNumber = u"RRN1"_s;
+    request.authorizationCode = u"AC1"_s;
+    request.customerQrCode = qr;
+    request.currencyCode = currency;
+    AbstractPaymentProcessing &host = *f.processor;
+    const PaymentProcessingAnswer answer =
+        operation == "cancel"_L1 ? host.cancel(request) : host.payment(request);
+    QCOMPARE(f.client.arguments(1), arguments);
+    QCOMPARE(answer.result, 1);
+    QTEST(answer.paymentMode, "paymentMode");
+}
+
+void tst_Operations::unhandledTypesRunNothing_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QString>("qr");
+    QTest::addColumn<int>("paymentMode");
+    QTest::newRow("type 0") << 0 << u""_s << 0;
+    QTest::newRow("type 4") << 4 << u""_s << 0;
+    QTest::newRow("negative") << -1 << u""_s << 0;
+    QTest::newRow("type 4 with customer code") << 4 << customerCode << 2;
+}
+
+void tst_Operations::unhandledTypesRunNothing()
+{
+    QFETCH(int, type);
+    QFETCH(QString, qr);
+    ProcessorFixture f;
+    QTest::ignoreMessage(QtInfoMsg, "Оплата/возврат");
+    PaymentProcessingRequest request;
+    request.type = static_cast<PaymentProcessingRequest::Type>(type);
+    request.customerQrCode = qr;
+    request.currencyCode = 1;
+    const PaymentProcessingAnswer answer = f.processor->payment(request);
+    QCOMPARE(f.client.runCount(), 0);
+    QCOMPARE(answer.status, 0);
+    QCOMPARE(answer.result, 1);
+    QVERIFY(answer.message.isEmpty());
+    QTEST(answer.paymentMode, "paymentMode");
+}
+
+void tst_Operations::approvedSaleCarriesTheCard()
+{
+    ProcessorFixture f;
+    f.client.setAnswer(R"({"Status":1,"TextResponse":"ОДОБРЕНО","CardType":"VISA",)"
+                       R"("PAN":"************1234","AuthorizationCode":"123456",)"
+                       R"("ReferenceNumber":"000012345678","ReceiptData":"0xDF^1^Клиент~0xDF^2^Кассир~"})");
+    QTest::ignoreMessage(QtInfoMsg, "Оплата/возврат");
+    ProcessorFixture::expectAnyRuns(1);
+    QTest::ignoreMessage(QtDebugMsg, "Слипы: 0xDF^1^Клиент~0xDF^2^Кассир~");
+    QTest::ignoreMessage(QtInfoMsg, "Получен слип: 'Клиент'");
+    QTest::ignoreMessage(QtInfoMsg, "Получен слип: 'Кассир'");
+    PaymentProcessingRequest request;
+    request.type = PaymentProcessingRequest::Sale;
+    request.amount = 1000;
+    const PaymentProcessingAnswer answer = f.processor->payment(request);
+    QCOMPARE(answer.result, 0);
+    QCOMPARE(answer.status, 1);
+    QCOMPARE(answer.cardType, u"VISA"_s);
+    QCOMPARE(answer.pan, u"************1234"_s);
+    QCOMPARE(answer.authorizationCode, u"123456"_s);
+    QCOMPARE(answer.referenceNumber, u"000012345678"_s);
+    QCOMPARE(answer.slips, (QList<QString>{u"Клиент"_s, u"Кассир"_s}));
+}
+
+void tst_Operations::balanceAndReportSlips()
+{
+    ProcessorFixture f;
+    QLoggingCategory::setFilterRules(u"inpas.info=false\ninpas.debug=false"_s);
+    f.client.setAnswers({R"({"Status":1,"balance":1500.5})",
+                         R"({"Status":1,"ReceiptData":"0xDF^1^a~0xDF^1^b~0xDF^1^c~"})"});
+    QCOMPARE(f.processor->balance(QString()).accountBalance, 1500.5);
+    QCOMPARE(f.processor->printReport().slips.size(), 3);
+    QLoggingCategory::setFilterRules(QString());
+}
+
+void tst_Operations::qrEnvelopeLengths_data()
+{
+    QTest::addColumn<int>("length");
+    QTest::addColumn<QByteArray>("head");
+    QTest::newRow("50") << 50 << QByteArray::fromHex("F634D132");
+    QTest::newRow("125") << 125 << QByteArray::fromHex("F67FD17D");
+    QTest::newRow("126") << 126 << QByteArray::fromHex("F68180D17E");
+    QTest::newRow("127") << 127 << QByteArray::fromHex("F68181D17F");
+    QTest::newRow("128") << 128 << QByteArray::fromHex("F68183D18180");
+    QTest::newRow("200") << 200 << QByteArray::fromHex("F681CBD181C8");
+}
+
+void tst_Operations::qrEnvelopeLengths()
+{
+    QFETCH(int, length);
+    QFETCH(QByteArray, head);
+    ProcessorFixture f;
+    const QByteArray code(length, 'Q');
+    const QByteArray payload = f.processor->generateQrData(code);
+    QCOMPARE(payload, head + code);
+}
+
+QTEST_GUILESS_MAIN(tst_Operations)
+#include "tst_operations.moc"

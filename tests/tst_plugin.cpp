@@ -1,0 +1,241 @@
+// The plug-in as the host sees it: loaded by Qt's plug-in loader from the built module.
+
+#include <abstractpaymentprocessing.h>
+#include <basicpaymentprocessing.h>
+
+#include <QJsonObject>
+#include <QLibrary>
+#include <QPluginLoader>
+#include <QPointer>
+#include <QResource>
+#include <QTest>
+#include <QtEndian>
+
+#include <csignal>
+#include <memory>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+volatile sig_atomic_t interrupts = 0;
+
+void countInterrupt(int)
+{
+    interrupts = interrupts + 1;
+}
+
+} // namespace
+
+class tst_Plugin : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void metadata();
+    void factoryMetaObject();
+    void processorsAreIndependent();
+    void metaCasts_data();
+    void metaCasts();
+    void interfaceCastsAgree();
+    void resourceIsRegisteredOnLoad();
+    void resourceFunctionsAreExported();
+    void optionsAfterConstruction();
+    void paymentAndCancelTypes_data();
+    void paymentAndCancelTypes();
+    void interruptWithoutClientSignalsNothing();
+
+private:
+    std::unique_ptr<AbstractPaymentProcessing> create();
+
+    QPluginLoader m_loader{QStringLiteral(INPAS_PLUGIN_PATH)};
+    QPointer<QObject> m_factory;
+};
+
+void tst_Plugin::initTestCase()
+{
+    m_factory = m_loader.instance();
+    QVERIFY2(m_factory, qPrintable(m_loader.errorString()));
+}
+
+std::unique_ptr<AbstractPaymentProcessing> tst_Plugin::create()
+{
+    AbstractPaymentProcessing *processor = nullptr;
+    const bool ok = QMetaObject::invokeMethod(m_factory, "getObject",
+                                              Q_RETURN_ARG(AbstractPaymentProcessing *, processor));
+    if (!ok)
+        return nullptr;
+    return std::unique_ptr<AbstractPaymentProcessing>(processor);
+}
+
+void tst_Plugin::metadata()
+{
+    const QJsonObject meta = m_loader.metaData();
+    QCOMPARE(meta.value("IID"_L1).toString(), u"InpasPaymentProcessingRegisterFactory"_s);
+    QCOMPARE(meta.value("className"_L1).toString(), u"InpasPaymentProcessingFactory"_s);
+    QVERIFY(meta.value("MetaData"_L1).toObject().isEmpty());
+}
+
+void tst_Plugin::factoryMetaObject()
+{
+    const QMetaObject *meta = m_factory->metaObject();
+    QCOMPARE(meta->className(), "InpasPaymentProcessingFactory");
+    QCOMPARE(meta->superClass(), &QObject::staticMetaObject);
+    QCOMPARE(meta->methodCount() - meta->methodOffset(), 1);
+    QCOMPARE(meta->propertyCount() - meta->propertyOffset(), 0);
+    const QMetaMethod method = meta->method(meta->methodOffset());
+    QCOMPARE(method.methodSignature(), QByteArray("getObject()"));
+    QCOMPARE(method.typeName(), "AbstractPaymentProcessing*");
+    QCOMPARE(method.access(), QMetaMethod::Public);
+    QCOMPARE(method.methodType(), QMetaMethod::Method);
+    QCOMPARE(m_factory->qt_metacast("InpasPaymentProcessingFactory"), m_factory.data());
+    QCOMPARE(m_factory->qt_metacast(AbstractPaymentProcessing_iid), nullptr);
+}
+
+void tst_Plugin::processorsAreIndependent()
+{
+    auto first = create();
+    auto second = create();
+    QVERIFY(first && second);
+    QVERIFY(first.get() != second.get());
+
+    auto *firstObject = dynamic_cast<QObject *>(first.get());
+    auto *secondObject = dynamic_cast<QObject *>(second.get());
+    QVERIFY(firstObject && secondObject);
+    QCOMPARE(firstObject->parent(), nullptr);
+    QCOMPARE(secondObject->parent(), nullptr);
+    QCOMPARE(firstObject->metaObject()->className(), "InpasPaymentProcessing");
+
+    first.reset();
+    QVERIFY(second->isPaymentEnable(PaymentProcessingRequest::Sale));
+    QVERIFY(second->checkOption(EPaymentProcessingOption::Refund));
+}
+
+void tst_Plugin::metaCasts_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("own class") << QByteArray("InpasPaymentProcessing") << u"object"_s;
+    QTest::newRow("host base") << QByteArray("BasicPaymentProcessing") << u"base"_s;
+    QTest::newRow("interface id") << QByteArray(AbstractPaymentProcessing_iid) << u"base"_s;
+    QTest::newRow("QObject") << QByteArray("QObject") << u"object"_s;
+    QTest::newRow("unknown") << QByteArray("Something") << u"null"_s;
+}
+
+void tst_Plugin::metaCasts()
+{
+    QFETCH(QByteArray, name);
+    QFETCH(QString, expected);
+    auto processor = create();
+    auto *object = dynamic_cast<QObject *>(processor.get());
+    auto *base = dynamic_cast<BasicPaymentProcessing *>(processor.get());
+    void *cast = object->qt_metacast(name.constData());
+    if (expected == "object"_L1)
+        QCOMPARE(cast, static_cast<void *>(object));
+    else if (expected == "base"_L1)
+        QCOMPARE(cast, static_cast<void *>(base));
+    else
+        QCOMPARE(cast, nullptr);
+}
+
+void tst_Plugin::interfaceCastsAgree()
+{
+    auto processor = create();
+    QObject *object = dynamic_cast<QObject *>(processor.get());
+    auto *viaInterface = qobject_cast<AbstractPaymentProcessing *>(object);
+    QVERIFY(viaInterface);
+    QCOMPARE(static_cast<void *>(viaInterface), static_cast<void *>(processor.get()));
+    QCOMPARE(static_cast<void *>(dynamic_cast<BasicPaymentProcessing *>(viaInterface)),
+             static_cast<void *>(viaInterface));
+}
+
+void tst_Plugin::resourceIsRegisteredOnLoad()
+{
+    const QResource resource(u":/inpas/scan_token.png"_s);
+    QVERIFY(resource.isValid());
+    // QFile would decompress silently; only the resource itself tells how it is stored.
+    QCOMPARE(resource.compressionAlgorithm(), QResource::NoCompression);
+    const QByteArray png = resource.uncompressedData();
+    QVERIFY(png.startsWith("\x89PNG\r\n\x1a\n"));
+    QCOMPARE(qFromBigEndian<quint32>(png.constData() + 16), 453u);
+    QCOMPARE(qFromBigEndian<quint32>(png.constData() + 20), 350u);
+    QCOMPARE(int(png.at(24)), 8); // bit depth
+    QCOMPARE(int(png.at(25)), 6); // RGBA
+}
+
+void tst_Plugin::resourceFunctionsAreExported()
+{
+    QLibrary library(QStringLiteral(INPAS_PLUGIN_PATH));
+    using ResourceFunction = int (*)();
+    auto init = reinterpret_cast<ResourceFunction>(library.resolve("_Z20qInitResources_inpasv"));
+    auto cleanup =
+        reinterpret_cast<ResourceFunction>(library.resolve("_Z23qCleanupResources_inpasv"));
+    QVERIFY(init && cleanup);
+    QCOMPARE(init(), 1);
+    QCOMPARE(cleanup(), 1);
+    QCOMPARE(init(), 1); // registered again for the other tests
+}
+
+void tst_Plugin::optionsAfterConstruction()
+{
+    auto processor = create();
+    for (quint32 bit = 1; bit != 0 && bit <= (1u << 30); bit <<= 1) {
+        const bool expected = bit == 4 || bit == 8 || bit == 0x2000 || bit == 0x8000
+            || bit == 0x80000;
+        QCOMPARE(processor->checkOption(static_cast<EPaymentProcessingOption::Option>(bit)),
+                 expected);
+    }
+    for (int option = 0; option < 32; ++option) {
+        // No configuration in the default directory: scanning on cancel defaults to on,
+        // interruption to off.
+        const bool expected = option == 1 || option == 7;
+        QCOMPARE(processor->checkOption(static_cast<processing::Option>(option)), expected);
+    }
+}
+
+void tst_Plugin::paymentAndCancelTypes_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<bool>("payment");
+    QTest::addColumn<bool>("cancel");
+    QTest::newRow("negative") << -1 << false << false;
+    QTest::newRow("undefined") << 0 << false << false;
+    QTest::newRow("sale") << 1 << true << true;
+    QTest::newRow("refund") << 2 << true << false;
+    QTest::newRow("return") << 3 << true << false;
+    QTest::newRow("four") << 4 << false << false;
+    QTest::newRow("large") << 1000 << false << false;
+}
+
+void tst_Plugin::paymentAndCancelTypes()
+{
+    QFETCH(int, type);
+    QFETCH(bool, payment);
+    QFETCH(bool, cancel);
+    auto processor = create();
+    const auto t = static_cast<PaymentProcessingRequest::Type>(type);
+    QCOMPARE(processor->isPaymentEnable(t), payment);
+    QCOMPARE(processor->isCancelEnable(t), cancel);
+}
+
+void tst_Plugin::interruptWithoutClientSignalsNothing()
+{
+    // A process id of 0 would signal our own process group, this test included.
+    struct sigaction action = {};
+    struct sigaction previous = {};
+    action.sa_handler = countInterrupt;
+    sigemptyset(&action.sa_mask);
+    QCOMPARE(::sigaction(SIGINT, &action, &previous), 0);
+    interrupts = 0;
+
+    auto processor = create();
+    QVERIFY(processor->interruptPayment());
+    QVERIFY(processor->interruptPayment());
+    QTest::qWait(50);
+    ::sigaction(SIGINT, &previous, nullptr);
+    QCOMPARE(int(interrupts), 0);
+}
+
+QTEST_GUILESS_MAIN(tst_Plugin)
+#include "tst_plugin.moc"

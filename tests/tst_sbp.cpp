@@ -1,0 +1,321 @@
+// SBP payments and refunds with the QR code on the PIN pad, and the scan dialog.
+
+#include "processorfixture.h"
+
+#include <QLoggingCategory>
+#include <QTest>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+const QString formIdentifier = u"0100120000345050324140709"_s;
+
+PaymentProcessingRequest sbpRequest(int type)
+{
+    PaymentProcessingRequest request;
+    request.type = static_cast<PaymentProcessingRequest::Type>(type);
+    request.amount = 1000;
+    request.referenceNumber = u"RRN9"_s;
+    request.authorizationCode = u"AUTH9"_s;
+    request.customerQrCode = u"hQVDUFYwMQ=="_s; // never sent by SBP operations
+    request.currencyCode = 1;
+    request.formIdText = u"1"_s;
+    request.formIdNumber = 12;
+    request.formIdSequence = 345;
+    request.formIdTime = QDateTime(QDate(2024, 3, 5), QTime(14, 7, 9));
+    return request;
+}
+
+QStringList arguments(const QString &code, const QString &c, const QString &function,
+                      const QString &r)
+{
+    return {code, u"-a"_s, u"1000"_s, u"-c"_s, c, u"-e"_s, u"0"_s, u"-f"_s, function,
+            u"-o"_s, u"0"_s, u"-r"_s, r, u"-t"_s, u""_s};
+}
+
+// A client that answers run n with the n-th answer (the last repeating); an answer "fail"
+// exits with status 1 instead.
+QByteArray sequence(const QList<QByteArray> &answers)
+{
+    QByteArray script = "case $n in\n";
+    for (qsizetype i = 0; i < answers.size(); ++i) {
+        const QByteArray pattern = i + 1 == answers.size() ? "*" : QByteArray::number(i + 1);
+        const QByteArray action = answers.at(i) == "fail"
+            ? QByteArray("echo 'Сбой' >&2; exit 1")
+            : QByteArray("echo '" + answers.at(i) + "'");
+        script += pattern + ") " + action + ";;\n";
+    }
+    return script + "esac\n";
+}
+
+struct QuietLog
+{
+    QuietLog() { QLoggingCategory::setFilterRules(u"inpas.info=false\ninpas.debug=false"_s); }
+    ~QuietLog() { QLoggingCategory::setFilterRules(QString()); }
+};
+
+} // namespace
+
+class tst_Sbp : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void formId_data();
+    void formId();
+    void typesThatRunNothing_data();
+    void typesThatRunNothing();
+    void payment_data();
+    void payment();
+    void paymentArguments();
+    void refund_data();
+    void refund();
+    void refundArguments();
+    void typeThreeIsTheRefund();
+    void scanParams();
+};
+
+void tst_Sbp::formId_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("number");
+    QTest::addColumn<int>("sequence");
+    QTest::addColumn<QDateTime>("time");
+    QTest::addColumn<QString>("expected");
+    const QDateTime time(QDate(2024, 3, 5), QTime(14, 7, 9));
+    QTest::newRow("example") << u"1"_s << 12 << 345 << time << formIdentifier;
+    QTest::newRow("long text is kept whole") << u"123"_s << 12 << 345 << time
+                                             << u"12300120000345050324140709"_s;
+    QTest::newRow("empty text") << u""_s << 0 << 0 << time << u"0000000000000050324140709"_s;
+    QTest::newRow("no time") << u"7"_s << 1 << 2 << QDateTime() << u"0700010000002"_s;
+    QTest::newRow("wide numbers") << u"AB"_s << 123456 << 98765432 << time
+                                  << u"AB12345698765432050324140709"_s;
+    QTest::newRow("percent in text") << u"%2"_s << 1 << 1 << time
+                                     << u"%200010000001050324140709"_s;
+    QTest::newRow("afternoon in 24 hours") << u"1"_s << 1 << 1
+                                           << QDateTime(QDate(1999, 12, 31), QTime(23, 59, 58))
+                                           << u"0100010000001311299235958"_s;
+}
+
+void tst_Sbp::formId()
+{
+    QFETCH(QString, text);
+    QFETCH(int, number);
+    QFETCH(int, sequence);
+    QFETCH(QDateTime, time);
+    ProcessorFixture f;
+    PaymentProcessingRequest request;
+    request.formIdText = text;
+    request.formIdNumber = number;
+    request.formIdSequence = sequence;
+    request.formIdTime = time;
+    QTEST(f.processor->formId(request), "expected");
+}
+
+void tst_Sbp::typesThatRunNothing_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QString>("id");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("refund type 2") << 2 << u"inpasPaymentProcessingNotSupportedError"_s
+                                   << u"Не поддерживается"_s;
+    QTest::newRow("type 0") << 0 << u""_s << u""_s;
+    QTest::newRow("type 4") << 4 << u""_s << u""_s;
+}
+
+void tst_Sbp::typesThatRunNothing()
+{
+    QFETCH(int, type);
+    ProcessorFixture f("[Client]\nintervalBetweenOperations=100\n");
+    const PaymentProcessingAnswer answer = f.processor->paymentByQRCodeOnPinPad(sbpRequest(type));
+    QCOMPARE(f.client.runCount(), 0);
+    QCOMPARE(answer.status, 0);
+    QCOMPARE(answer.result, 1);
+    QTEST(answer.message.id(), "id");
+    QTEST(answer.message.ru(), "text");
+    QVERIFY(answer.additionalData.isEmpty());
+}
+
+void tst_Sbp::payment_data()
+{
+    QTest::addColumn<QByteArray>("config");
+    QTest::addColumn<QList<QByteArray>>("answers");
+    QTest::addColumn<int>("runs");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<int>("result");
+    QTest::addColumn<QString>("authorizationCode");
+    QTest::addColumn<QString>("referenceNumber");
+
+    const QByteArray open = R"({"Status":0,"AuthorizationCode":"A0","ReferenceNumber":"R0"})";
+    const QByteArray approved = R"({"Status":1,"AuthorizationCode":"A1","ReferenceNumber":"R1"})";
+    const QByteArray refused = R"({"Status":16,"AuthorizationCode":"A2","ReferenceNumber":"R2"})";
+
+    QTest::newRow("approved at once") << QByteArray() << QList<QByteArray>{approved} << 1 << 1
+                                      << 0 << formIdentifier << u"R1"_s;
+    QTest::newRow("open three times, then approved")
+        << QByteArray() << QList<QByteArray>{open, open, open, approved} << 4 << 1 << 0
+        << formIdentifier << u"A1"_s;
+    QTest::newRow("open, then refused") << QByteArray() << QList<QByteArray>{open, refused} << 2
+                                        << 16 << 1 << u"A2"_s << u"R2"_s;
+    QTest::newRow("refused at once") << QByteArray() << QList<QByteArray>{refused} << 1 << 16 << 1
+                                     << u"A2"_s << u"R2"_s;
+    QTest::newRow("first run fails") << QByteArray() << QList<QByteArray>{"fail"} << 1 << -1 << 1
+                                     << u""_s << u""_s;
+    QTest::newRow("unparsable first answer opens the query")
+        << QByteArray() << QList<QByteArray>{"garbage", approved} << 2 << 1 << 0 << formIdentifier
+        << u"A1"_s;
+    QTest::newRow("failed run in the loop") << QByteArray()
+                                            << QList<QByteArray>{open, open, "fail"} << 3 << -1
+                                            << 1 << u""_s << u""_s;
+    QTest::newRow("host code not to retry")
+        << QByteArray("[Client]\nhostCodesResponseToRetry=5\n")
+        << QList<QByteArray>{open, R"({"Status":0,"ResponseCodeHost":6})", approved} << 2 << 0
+        << 1 << u""_s << u""_s;
+    QTest::newRow("host code to retry")
+        << QByteArray("[Client]\nhostCodesResponseToRetry=5\n")
+        << QList<QByteArray>{open, R"({"Status":0,"ResponseCodeHost":5})", approved} << 3 << 1
+        << 0 << formIdentifier << u"A1"_s;
+}
+
+void tst_Sbp::payment()
+{
+    QFETCH(QByteArray, config);
+    QFETCH(QList<QByteArray>, answers);
+    ProcessorFixture f(config);
+    f.client.setBehaviour(sequence(answers));
+    const QuietLog quiet;
+    const PaymentProcessingAnswer answer =
+        static_cast<AbstractPaymentProcessing &>(*f.processor).paymentByQRCodeOnPinPad(sbpRequest(1));
+    QTEST(f.client.runCount(), "runs");
+    QTEST(answer.status, "status");
+    QTEST(answer.result, "result");
+    QTEST(answer.authorizationCode, "authorizationCode");
+    QTEST(answer.referenceNumber, "referenceNumber");
+    QCOMPARE(answer.additionalData, u"{\"paymentMethod\":\"SbpPinPad\"}"_s);
+}
+
+void tst_Sbp::paymentArguments()
+{
+    ProcessorFixture f;
+    f.client.setBehaviour(sequence({R"({"Status":0})", R"({"Status":0})", R"({"Status":1})"}));
+    const QuietLog quiet;
+    f.processor->paymentByQRCodeOnPinPad(sbpRequest(1));
+    QCOMPARE(f.client.runCount(), 3);
+    QCOMPARE(f.client.arguments(1), arguments(u"1"_s, u"AUTH9"_s, u"paymentSbp"_s, formIdentifier));
+    const QStringList status = arguments(u"1"_s, formIdentifier, u"paymentStatusSbp"_s, u"RRN9"_s);
+    QCOMPARE(f.client.arguments(2), status);
+    QCOMPARE(f.client.arguments(3), status);
+}
+
+void tst_Sbp::refund_data()
+{
+    QTest::addColumn<QByteArray>("config");
+    QTest::addColumn<QList<QByteArray>>("answers");
+    QTest::addColumn<int>("runs");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<int>("result");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<QString>("authorizationCode");
+
+    const QByteArray open = R"({"Status":0})";
+    const QByteArray five = R"({"Status":5,"AuthorizationCode":"A5"})";
+    const QByteArray successFive("[Client]\nreturnStatusSbpSuccessCodes=5\n");
+
+    QTest::newRow("ends on a success code") << successFive
+                                            << QList<QByteArray>{open, open, five} << 3 << 5 << 0
+                                            << u"Неопределенная ошибка"_s << u"A5"_s;
+    QTest::newRow("no success codes") << QByteArray() << QList<QByteArray>{open, five} << 2 << 5
+                                      << 1 << u"Неопределенная ошибка"_s << u"A5"_s;
+    QTest::newRow("approved status") << QByteArray()
+                                     << QList<QByteArray>{open, R"({"Status":1})"} << 2 << 1 << 0
+                                     << u""_s << u""_s;
+    QTest::newRow("codes 0 and 1 change nothing")
+        << QByteArray("[Client]\nreturnStatusSbpSuccessCodes=0,1\n")
+        << QList<QByteArray>{open, open, R"({"Status":16})"} << 3 << 16 << 1 << u"Отказ"_s
+        << u""_s;
+    QTest::newRow("-1 makes a failed run a refund")
+        << QByteArray("[Client]\nreturnStatusSbpSuccessCodes=-1\n")
+        << QList<QByteArray>{open, "fail"} << 2 << -1 << 0 << u"Сбой\n"_s << u""_s;
+    QTest::newRow("approved at once") << QByteArray()
+                                      << QList<QByteArray>{R"({"Status":1,"AuthorizationCode":"AX"})"}
+                                      << 1 << 1 << 0 << u""_s << u"AX"_s;
+    QTest::newRow("first run fails") << successFive << QList<QByteArray>{"fail"} << 1 << -1 << 1
+                                     << u"Сбой\n"_s << u""_s;
+}
+
+void tst_Sbp::refund()
+{
+    QFETCH(QByteArray, config);
+    QFETCH(QList<QByteArray>, answers);
+    ProcessorFixture f(config);
+    f.client.setBehaviour(sequence(answers));
+    const QuietLog quiet;
+    const PaymentProcessingAnswer answer = f.processor->cancelByQRCodeOnPinPad(sbpRequest(7));
+    QTEST(f.client.runCount(), "runs");
+    QTEST(answer.status, "status");
+    QTEST(answer.result, "result");
+    QTEST(answer.message.ru(), "message");
+    QTEST(answer.authorizationCode, "authorizationCode");
+    QCOMPARE(answer.additionalData, u"{\"paymentMethod\":\"SbpPinPad\"}"_s);
+}
+
+void tst_Sbp::refundArguments()
+{
+    ProcessorFixture f;
+    f.client.setBehaviour(sequence({R"({"Status":0})", R"({"Status":0})", R"({"Status":1})"}));
+    const QuietLog quiet;
+    f.processor->cancelByQRCodeOnPinPad(sbpRequest(1));
+    QCOMPARE(f.client.runCount(), 3);
+    QCOMPARE(f.client.arguments(1), arguments(u"2"_s, u"RRN9"_s, u"returnSbp"_s, formIdentifier));
+    const QStringList status = arguments(u"2"_s, u""_s, u"returnStatusSbp"_s, formIdentifier);
+    QCOMPARE(f.client.arguments(2), status);
+    QCOMPARE(f.client.arguments(3), status);
+}
+
+void tst_Sbp::typeThreeIsTheRefund()
+{
+    ProcessorFixture f;
+    f.client.setBehaviour(sequence({R"({"Status":0})", R"({"Status":1,"AuthorizationCode":"A"})"}));
+    const QuietLog quiet;
+    const PaymentProcessingAnswer viaPayment = f.processor->paymentByQRCodeOnPinPad(sbpRequest(3));
+    QCOMPARE(f.client.arguments(1).at(0), u"2"_s);
+    QCOMPARE(f.client.arguments(1).at(8), u"returnSbp"_s);
+    // The refund leaves the client's authorisation code; a payment would put the form id there.
+    QCOMPARE(viaPayment.authorizationCode, u"A"_s);
+    QCOMPARE(viaPayment.result, 0);
+}
+
+void tst_Sbp::scanParams()
+{
+    ProcessorFixture f;
+    const ScanQrParams params = f.processor->getScanQrParams();
+    QCOMPARE(params.title, tr::Tr(u"inpasScanTitle"_s, u"Сканирование QR"_s));
+    QCOMPARE(params.message, tr::Tr(u"inpasScanMessage"_s, u"Отсканируйте QR-код"_s));
+    QCOMPARE(params.errorMessage.id(), u"inpasScanError"_s);
+    QCOMPARE(params.errorMessage.ru().count(u'\n'), 1);
+    QCOMPARE(params.errorMessage.ru(), u"Ошибка считывания кода,\nповторите сканирование"_s);
+    QCOMPARE(params.patterns.size(), 1);
+    QCOMPARE(params.patterns.first().pattern(), u"hQVDUFY.*"_s);
+    QCOMPARE(params.patterns.first().patternOptions(), QRegularExpression::NoPatternOption);
+    QVERIFY(params.patterns.first().match(u"hQVDUFYwMQ=="_s).hasMatch());
+    QVERIFY(!params.patterns.first().match(u"QVDUFY"_s).hasMatch());
+    QCOMPARE(params.imagePath, u":/inpas/scan_token.png"_s);
+    QCOMPARE(params.okButton, tr::Tr(u"markingCodeScanButtonOk"_s, u"Без маркировки"_s));
+    QCOMPARE(params.cancelButtonText, tr::Tr(u"cancelButton"_s, u"Отмена"_s));
+    QCOMPARE(params.maxAttempts, 6);
+    QCOMPARE(params.timeoutSeconds, 3);
+    QVERIFY(params.replacements.isEmpty());
+    QCOMPARE(params.styleSheet, u"background-color: rgb(255, 53, 53);"_s);
+    QVERIFY(!params.manualInput && !params.hideInput && !params.showOkButton
+            && !params.repeatOnError && params.modal && !params.fullScreen
+            && params.showCancelButton);
+    QVERIFY(params.hint.isEmpty() && params.hint.id().isEmpty());
+
+    ScanQrParams changed = params;
+    changed.patterns.clear();
+    QCOMPARE(f.processor->getScanQrParams(), params);
+}
+
+QTEST_GUILESS_MAIN(tst_Sbp)
+#include "tst_sbp.moc"
