@@ -3,7 +3,6 @@
 BasicException::BasicException(const tr::Tr &message)
     : std::runtime_error(message.ru().toStdString())
     , m_tr(message)
-{
-}
+{}
 
 BasicException::~BasicException() = default;

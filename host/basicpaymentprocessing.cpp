@@ -185,7 +185,8 @@ BasicPaymentProcessing::paymentByQRCodeOnPinPad(const PaymentProcessingRequest &
     return notSupported();
 }
 
-PaymentProcessingAnswer BasicPaymentProcessing::cancelByQRCodeOnPinPad(const PaymentProcessingRequest &)
+PaymentProcessingAnswer
+BasicPaymentProcessing::cancelByQRCodeOnPinPad(const PaymentProcessingRequest &)
 {
     return notSupported();
 }
@@ -206,7 +207,8 @@ BasicPaymentProcessing::paymentByElectronicCertificate(const PaymentProcessingRe
     return notSupported();
 }
 
-PaymentProcessingAnswer BasicPaymentProcessing::paymentWithCashAdvance(const PaymentProcessingRequest &)
+PaymentProcessingAnswer
+BasicPaymentProcessing::paymentWithCashAdvance(const PaymentProcessingRequest &)
 {
     return notSupported();
 }

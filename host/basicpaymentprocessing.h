@@ -52,7 +52,8 @@ public:
     PaymentProcessingAnswer cancelByQRCodeOnPinPad(const PaymentProcessingRequest &r) override;
     PaymentProcessingAnswer paymentByBiometry(const PaymentProcessingRequest &r) override;
     PaymentProcessingAnswer cancelByBiometry(const PaymentProcessingRequest &r) override;
-    PaymentProcessingAnswer paymentByElectronicCertificate(const PaymentProcessingRequest &r) override;
+    PaymentProcessingAnswer
+    paymentByElectronicCertificate(const PaymentProcessingRequest &r) override;
     PaymentProcessingAnswer paymentWithCashAdvance(const PaymentProcessingRequest &r) override;
     void setProcessingDirectory(const QString &directory) override;
     bool interruptPayment() override;

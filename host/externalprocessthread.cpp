@@ -38,8 +38,7 @@ ExternalProcessThread::ExternalProcessThread(const QString &program,
     , m_arguments(arguments)
     , m_timeout(timeout)
     , m_workingDirectory(workingDirectory)
-{
-}
+{}
 
 ExternalProcessThread::~ExternalProcessThread()
 {
@@ -101,8 +100,8 @@ void ExternalProcessThread::start()
     // whatever the host ignores or blocks.
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes,
-                             POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK |
+                                              POSIX_SPAWN_SETSIGDEF);
     posix_spawnattr_setpgroup(&attributes, 0);
     sigset_t signals;
     sigemptyset(&signals);

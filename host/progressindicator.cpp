@@ -2,8 +2,7 @@
 
 ProgressIndicator::ProgressIndicator(QObject *parent)
     : QObject(parent)
-{
-}
+{}
 
 ProgressIndicator::~ProgressIndicator() = default;
 

@@ -32,14 +32,14 @@ struct ScanQrParams
 
     bool operator==(const ScanQrParams &o) const
     {
-        return manualInput == o.manualInput && hideInput == o.hideInput && title == o.title
-            && message == o.message && errorMessage == o.errorMessage && patterns == o.patterns
-            && imagePath == o.imagePath && showOkButton == o.showOkButton
-            && okButton == o.okButton && cancelButtonText == o.cancelButtonText
-            && repeatOnError == o.repeatOnError && maxAttempts == o.maxAttempts
-            && timeoutSeconds == o.timeoutSeconds && replacements == o.replacements
-            && modal == o.modal && fullScreen == o.fullScreen && styleSheet == o.styleSheet
-            && showCancelButton == o.showCancelButton && hint == o.hint;
+        return manualInput == o.manualInput && hideInput == o.hideInput && title == o.title &&
+               message == o.message && errorMessage == o.errorMessage && patterns == o.patterns &&
+               imagePath == o.imagePath && showOkButton == o.showOkButton &&
+               okButton == o.okButton && cancelButtonText == o.cancelButtonText &&
+               repeatOnError == o.repeatOnError && maxAttempts == o.maxAttempts &&
+               timeoutSeconds == o.timeoutSeconds && replacements == o.replacements &&
+               modal == o.modal && fullScreen == o.fullScreen && styleSheet == o.styleSheet &&
+               showCancelButton == o.showCancelButton && hint == o.hint;
     }
     bool operator!=(const ScanQrParams &o) const { return !(*this == o); }
 };

@@ -4,9 +4,9 @@
 #include "session.h"
 #include "valutcollection.h"
 
-template <>
+template<>
 Config *Singleton<Config>::instance = nullptr;
-template <>
+template<>
 Session *Singleton<Session>::instance = nullptr;
-template <>
+template<>
 ValutCollection *Singleton<ValutCollection>::instance = nullptr;

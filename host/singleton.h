@@ -6,7 +6,7 @@
 // finds it null creates it with its default constructor and stores it, and from then on the
 // object belongs to the process. The pointers live in the host library so that the plug-in
 // and the host program share one of each.
-template <typename T>
+template<typename T>
 class Singleton
 {
 public:
@@ -17,16 +17,16 @@ class Config;
 class Session;
 class ValutCollection;
 
-template <>
+template<>
 ZELNORHOST_EXPORT Config *Singleton<Config>::instance;
-template <>
+template<>
 ZELNORHOST_EXPORT Session *Singleton<Session>::instance;
-template <>
+template<>
 ZELNORHOST_EXPORT ValutCollection *Singleton<ValutCollection>::instance;
 
 // Returns the process-wide object, creating it on first use. Not guarded: the first use of
 // each object must not race with another first use.
-template <typename T>
+template<typename T>
 T &hostInstance()
 {
     if (!Singleton<T>::instance)

@@ -8,8 +8,7 @@ Tr::Tr() = default;
 Tr::Tr(const QString &id, const QString &ru)
     : m_id(id)
     , m_ru(ru)
-{
-}
+{}
 Tr::Tr(const Tr &other) = default;
 Tr::Tr(Tr &&other) noexcept = default;
 Tr &Tr::operator=(const Tr &other) = default;

@@ -4,8 +4,7 @@ Valut::Valut(qint32 code, const QString &name, Options options)
     : m_code(code)
     , m_name(name)
     , m_options(options)
-{
-}
+{}
 
 bool Valut::checkOption(Option option) const
 {

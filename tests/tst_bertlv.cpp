@@ -37,27 +37,28 @@ void tst_BerTlv::parse_data()
                                  << TlvMap{{u"5A"_s, QByteArray::fromHex("1234")}};
     QTest::newRow("two-byte tag") << QByteArray::fromHex("9F0206000000000100")
                                   << TlvMap{{u"9F02"_s, QByteArray::fromHex("000000000100")}};
-    QTest::newRow("three-byte tag") << QByteArray::fromHex("DF810101AA")
-                                    << TlvMap{{u"DF8101"_s, QByteArray::fromHex("AA")}};
-    QTest::newRow("padded tag, empty value") << QByteArray::fromHex("0A00")
-                                             << TlvMap{{u"0A"_s, QByteArray()}};
-    QTest::newRow("zero tag is an element") << QByteArray::fromHex("0000")
-                                            << TlvMap{{u"00"_s, QByteArray()}};
+    QTest::newRow("three-byte tag")
+        << QByteArray::fromHex("DF810101AA") << TlvMap{{u"DF8101"_s, QByteArray::fromHex("AA")}};
+    QTest::newRow("padded tag, empty value")
+        << QByteArray::fromHex("0A00") << TlvMap{{u"0A"_s, QByteArray()}};
+    QTest::newRow("zero tag is an element")
+        << QByteArray::fromHex("0000") << TlvMap{{u"00"_s, QByteArray()}};
     QTest::newRow("long form 81") << QByteArray::fromHex("C18180") + QByteArray(128, 'x')
                                   << TlvMap{{u"C1"_s, QByteArray(128, 'x')}};
     QTest::newRow("long form 82") << QByteArray::fromHex("C1820100") + QByteArray(256, 'y')
                                   << TlvMap{{u"C1"_s, QByteArray(256, 'y')}};
-    QTest::newRow("long form with leading zeros")
-        << QByteArray::fromHex("C184000000020102") << TlvMap{{u"C1"_s, QByteArray::fromHex("0102")}};
-    QTest::newRow("80 means length 0") << QByteArray::fromHex("C1805A0111")
-                                       << TlvMap{{u"C1"_s, QByteArray()},
-                                                 {u"5A"_s, QByteArray::fromHex("11")}};
-    QTest::newRow("second value wins") << QByteArray::fromHex("5A01015A0102")
-                                       << TlvMap{{u"5A"_s, QByteArray::fromHex("02")}};
-    QTest::newRow("constructed kept whole") << QByteArray::fromHex("70035A0111")
-                                            << TlvMap{{u"70"_s, QByteArray::fromHex("5A0111")}};
+    QTest::newRow("long form with leading zeros") << QByteArray::fromHex("C184000000020102")
+                                                  << TlvMap{{u"C1"_s, QByteArray::fromHex("0102")}};
+    QTest::newRow("80 means length 0")
+        << QByteArray::fromHex("C1805A0111")
+        << TlvMap{{u"C1"_s, QByteArray()}, {u"5A"_s, QByteArray::fromHex("11")}};
+    QTest::newRow("second value wins")
+        << QByteArray::fromHex("5A01015A0102") << TlvMap{{u"5A"_s, QByteArray::fromHex("02")}};
+    QTest::newRow("constructed kept whole")
+        << QByteArray::fromHex("70035A0111") << TlvMap{{u"70"_s, QByteArray::fromHex("5A0111")}};
     QTest::newRow("nine length bytes keep the low bits")
-        << QByteArray::fromHex("C189FF00000000000000015A") << TlvMap{{u"C1"_s, QByteArray::fromHex("5A")}};
+        << QByteArray::fromHex("C189FF00000000000000015A")
+        << TlvMap{{u"C1"_s, QByteArray::fromHex("5A")}};
 }
 
 void tst_BerTlv::parse()
@@ -72,16 +73,36 @@ void tst_BerTlv::brokenInput_data()
     QTest::addColumn<TlvMap>("expected");
     const TlvMap first{{u"5A"_s, QByteArray::fromHex("11")}};
 
-    QTest::newRow("tag without length") << QByteArray::fromHex("5A0111" "5A") << first;
-    QTest::newRow("multi-byte tag cut") << QByteArray::fromHex("5A0111" "9F") << first;
-    QTest::newRow("continuation cut") << QByteArray::fromHex("5A0111" "DF81") << first;
-    QTest::newRow("length missing") << QByteArray::fromHex("5A0111" "C1") << first;
-    QTest::newRow("length bytes cut") << QByteArray::fromHex("5A0111" "C18201") << first;
-    QTest::newRow("value cut") << QByteArray::fromHex("5A0111" "C1050102") << first;
-    QTest::newRow("long value cut") << QByteArray::fromHex("5A0111" "C181FF00") << first;
-    QTest::newRow("negative length") << QByteArray::fromHex("5A0111" "C184FFFFFFFF00") << first;
-    QTest::newRow("huge length") << QByteArray::fromHex("5A0111" "C1847FFFFFFF00") << first;
-    QTest::newRow("too many length bytes") << QByteArray::fromHex("5A0111" "C1FF") << first;
+    QTest::newRow("tag without length") << QByteArray::fromHex("5A0111"
+                                                               "5A")
+                                        << first;
+    QTest::newRow("multi-byte tag cut") << QByteArray::fromHex("5A0111"
+                                                               "9F")
+                                        << first;
+    QTest::newRow("continuation cut") << QByteArray::fromHex("5A0111"
+                                                             "DF81")
+                                      << first;
+    QTest::newRow("length missing") << QByteArray::fromHex("5A0111"
+                                                           "C1")
+                                    << first;
+    QTest::newRow("length bytes cut") << QByteArray::fromHex("5A0111"
+                                                             "C18201")
+                                      << first;
+    QTest::newRow("value cut") << QByteArray::fromHex("5A0111"
+                                                      "C1050102")
+                               << first;
+    QTest::newRow("long value cut") << QByteArray::fromHex("5A0111"
+                                                           "C181FF00")
+                                    << first;
+    QTest::newRow("negative length") << QByteArray::fromHex("5A0111"
+                                                            "C184FFFFFFFF00")
+                                     << first;
+    QTest::newRow("huge length") << QByteArray::fromHex("5A0111"
+                                                        "C1847FFFFFFF00")
+                                 << first;
+    QTest::newRow("too many length bytes") << QByteArray::fromHex("5A0111"
+                                                                  "C1FF")
+                                           << first;
     QTest::newRow("lone zero length byte cut") << QByteArray::fromHex("00") << TlvMap{};
 }
 
@@ -95,8 +116,8 @@ void tst_BerTlv::brokenInput()
 // end; the sanitizer build turns any such read into a failure.
 void tst_BerTlv::everyTruncationStaysInside()
 {
-    const QByteArray valid = QByteArray::fromHex("9F020600000000010070035A0111DF810101AA")
-        + QByteArray::fromHex("C18180") + QByteArray(128, 'z');
+    const QByteArray valid = QByteArray::fromHex("9F020600000000010070035A0111DF810101AA") +
+                             QByteArray::fromHex("C18180") + QByteArray(128, 'z');
     for (qsizetype n = 0; n <= valid.size(); ++n) {
         // A detached copy, so that the parser cannot lean on the rest of the buffer.
         const QByteArray prefix(valid.constData(), n);

@@ -34,8 +34,8 @@ double now()
 
 void expectStartLine(const QString &directory, const QString &arguments)
 {
-    QTest::ignoreMessage(QtDebugMsg, qPrintable(u"Рабочий каталог: %1; аргументы: %2"_s.arg(
-                                         directory, arguments)));
+    QTest::ignoreMessage(
+        QtDebugMsg, qPrintable(u"Рабочий каталог: %1; аргументы: %2"_s.arg(directory, arguments)));
 }
 
 } // namespace
@@ -71,12 +71,11 @@ void tst_ClientRun::commandLines_data()
                                       << QStringList{u"1"_s, u"-c"_s, u""_s, u"-r"_s, u""_s};
     QTest::newRow("negative code") << -5 << Arguments{} << QStringList{u"-5"_s};
     QTest::newRow("UTF-16 order") << 2 << Arguments{{u"-t"_s, 1}, {u"-Z"_s, 2}, {u"-a"_s, 3}}
-                                  << QStringList{u"2"_s, u"-Z"_s, u"2"_s, u"-a"_s, u"3"_s,
-                                                 u"-t"_s, u"1"_s};
-    QTest::newRow("values as text") << 1 << Arguments{{u"-a"_s, qint64(-9000000000)},
-                                                      {u"-d"_s, QByteArray("aGk=")}}
-                                    << QStringList{u"1"_s, u"-a"_s, u"-9000000000"_s, u"-d"_s,
-                                                   u"aGk="_s};
+                                  << QStringList{u"2"_s, u"-Z"_s, u"2"_s, u"-a"_s,
+                                                 u"3"_s, u"-t"_s, u"1"_s};
+    QTest::newRow("values as text")
+        << 1 << Arguments{{u"-a"_s, qint64(-9000000000)}, {u"-d"_s, QByteArray("aGk=")}}
+        << QStringList{u"1"_s, u"-a"_s, u"-9000000000"_s, u"-d"_s, u"aGk="_s};
 }
 
 void tst_ClientRun::commandLines()
@@ -102,12 +101,14 @@ void tst_ClientRun::runFailures_data()
 
     QTest::newRow("missing client") << QByteArray() << u"inpasPaymentProcessingStartError"_s
                                     << u"Не удалось запустить файл zelnorinpas"_s;
-    QTest::newRow("time-out") << QByteArray("sleep 10") << u"inpasPaymentProcessingTimeoutError"_s
-                              << u"Истекло время ожидания операции. Процесс принудительно завершен"_s;
+    QTest::newRow("time-out")
+        << QByteArray("sleep 10") << u"inpasPaymentProcessingTimeoutError"_s
+        << u"Истекло время ожидания операции. Процесс принудительно завершен"_s;
     QTest::newRow("crash") << QByteArray("kill -ABRT $$") << u"inpasPaymentProcessingError"_s
                            << u"Ошибка процесса оплаты"_s;
-    QTest::newRow("non-zero exit") << QByteArray("echo '{}'; printf 'Нет связи с пин-падом\\n' >&2; exit 1")
-                                   << u"undefined"_s << u"Нет связи с пин-падом\n"_s;
+    QTest::newRow("non-zero exit")
+        << QByteArray("echo '{}'; printf 'Нет связи с пин-падом\\n' >&2; exit 1") << u"undefined"_s
+        << u"Нет связи с пин-падом\n"_s;
     QTest::newRow("non-zero exit, silent") << QByteArray("exit 7") << u"undefined"_s << u""_s;
 }
 

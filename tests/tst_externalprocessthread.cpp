@@ -79,18 +79,18 @@ void tst_ExternalProcessThread::runs_data()
     QTest::newRow("time-out") << QByteArray("echo started; sleep 30") << 300 << false
                               << int(ExternalProcessThread::Timedout) << 0
                               << QByteArray("started\n") << QByteArray() << 2000;
-    QTest::newRow("ignores SIGTERM") << QByteArray("trap '' TERM INT; while :; do sleep 1; done")
-                                     << 300 << false << int(ExternalProcessThread::Timedout) << 0
-                                     << QByteArray() << QByteArray() << 2000;
+    QTest::newRow("ignores SIGTERM")
+        << QByteArray("trap '' TERM INT; while :; do sleep 1; done") << 300 << false
+        << int(ExternalProcessThread::Timedout) << 0 << QByteArray() << QByteArray() << 2000;
     QTest::newRow("closes output and runs on")
         << QByteArray("exec >&- 2>&-; sleep 30") << 300 << false
         << int(ExternalProcessThread::Timedout) << 0 << QByteArray() << QByteArray() << 2000;
-    QTest::newRow("closes output and ends") << QByteArray("exec >&- 2>&-; sleep 0.2; exit 4")
-                                            << 5000 << true << -1 << 4 << QByteArray()
-                                            << QByteArray() << 2000;
-    QTest::newRow("child keeps the pipes") << QByteArray("sleep 30 & echo done") << 5000 << true
-                                           << -1 << 0 << QByteArray("done\n") << QByteArray()
-                                           << 1500;
+    QTest::newRow("closes output and ends")
+        << QByteArray("exec >&- 2>&-; sleep 0.2; exit 4") << 5000 << true << -1 << 4 << QByteArray()
+        << QByteArray() << 2000;
+    QTest::newRow("child keeps the pipes")
+        << QByteArray("sleep 30 & echo done") << 5000 << true << -1 << 0 << QByteArray("done\n")
+        << QByteArray() << 1500;
     QTest::newRow("no output") << QByteArray("exit 0") << 5000 << true << -1 << 0 << QByteArray()
                                << QByteArray() << 2000;
 }
@@ -122,8 +122,8 @@ void tst_ExternalProcessThread::runs()
 void tst_ExternalProcessThread::argumentsReachTheProgramUnchanged()
 {
     const QString program = script("pwd; for a in \"$@\"; do printf '[%s]' \"$a\"; done");
-    const QStringList arguments{u"4"_s, u""_s, u"two words"_s, u"$HOME"_s, u"'q'"_s, u"; ls"_s,
-                                u"кириллица"_s};
+    const QStringList arguments{u"4"_s,   u""_s,     u"two words"_s, u"$HOME"_s,
+                                u"'q'"_s, u"; ls"_s, u"кириллица"_s};
     ExternalProcessThread runner(program, arguments, 5s, m_dir.path());
     runner.start();
     QVERIFY(runner.exec());

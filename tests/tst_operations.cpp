@@ -113,8 +113,8 @@ void tst_Operations::cardOperations_data()
     QTest::addColumn<int>("paymentMode");
 
     const auto base = [](const QString &code) {
-        return QStringList{code, u"-a"_s, u"500"_s, u"-c"_s, u"AC1"_s, u"-e"_s, u"0"_s,
-                           u"-o"_s, u"0"_s, u"-r"_s, u"RRN1"_s, u"-t"_s, u"M1"_s};
+        return QStringList{code,    u"-a"_s, u"500"_s, u"-c"_s,   u"AC1"_s, u"-e"_s, u"0"_s,
+                           u"-o"_s, u"0"_s,  u"-r"_s,  u"RRN1"_s, u"-t"_s,  u"M1"_s};
     };
     const auto withQr = [](QStringList list) {
         list.insert(5, u"-d"_s);
@@ -125,18 +125,18 @@ void tst_Operations::cardOperations_data()
     QTest::newRow("sale") << u"payment"_s << 1 << u""_s << 1 << base(u"1"_s) << 0;
     QTest::newRow("refund") << u"payment"_s << 2 << u""_s << 1 << base(u"2"_s) << 0;
     QTest::newRow("other refund") << u"payment"_s << 3 << u""_s << 1 << base(u"2"_s) << 0;
-    QTest::newRow("sale with customer code") << u"payment"_s << 1 << customerCode << 1
-                                             << withQr(base(u"1"_s)) << 2;
-    QTest::newRow("refund with customer code") << u"payment"_s << 2 << customerCode << 1
-                                               << withQr(base(u"2"_s)) << 2;
-    QTest::newRow("currency without the flag") << u"payment"_s << 1 << customerCode << 2
-                                               << base(u"1"_s) << 0;
-    QTest::newRow("unknown currency") << u"payment"_s << 1 << customerCode << 99 << base(u"1"_s)
-                                      << 0;
+    QTest::newRow("sale with customer code")
+        << u"payment"_s << 1 << customerCode << 1 << withQr(base(u"1"_s)) << 2;
+    QTest::newRow("refund with customer code")
+        << u"payment"_s << 2 << customerCode << 1 << withQr(base(u"2"_s)) << 2;
+    QTest::newRow("currency without the flag")
+        << u"payment"_s << 1 << customerCode << 2 << base(u"1"_s) << 0;
+    QTest::newRow("unknown currency")
+        << u"payment"_s << 1 << customerCode << 99 << base(u"1"_s) << 0;
     QTest::newRow("cancel") << u"cancel"_s << 1 << u""_s << 1 << base(u"3"_s) << 0;
     QTest::newRow("cancel of any type") << u"cancel"_s << 7 << u""_s << 1 << base(u"3"_s) << 0;
-    QTest::newRow("cancel with customer code") << u"cancel"_s << 1 << customerCode << 1
-                                               << withQr(base(u"3"_s)) << 0;
+    QTest::newRow("cancel with customer code")
+        << u"cancel"_s << 1 << customerCode << 1 << withQr(base(u"3"_s)) << 0;
 }
 
 void tst_Operations::cardOperations()
@@ -204,9 +204,10 @@ void tst_Operations::unhandledTypesRunNothing()
 void tst_Operations::approvedSaleCarriesTheCard()
 {
     ProcessorFixture f;
-    f.client.setAnswer(R"({"Status":1,"TextResponse":"ОДОБРЕНО","CardType":"VISA",)"
-                       R"("PAN":"************1234","AuthorizationCode":"123456",)"
-                       R"("ReferenceNumber":"000012345678","ReceiptData":"0xDF^1^Клиент~0xDF^2^Кассир~"})");
+    f.client.setAnswer(
+        R"({"Status":1,"TextResponse":"ОДОБРЕНО","CardType":"VISA",)"
+        R"("PAN":"************1234","AuthorizationCode":"123456",)"
+        R"("ReferenceNumber":"000012345678","ReceiptData":"0xDF^1^Клиент~0xDF^2^Кассир~"})");
     QTest::ignoreMessage(QtInfoMsg, "Оплата/возврат");
     ProcessorFixture::expectAnyRuns(1);
     QTest::ignoreMessage(QtDebugMsg, "Слипы: 0xDF^1^Клиент~0xDF^2^Кассир~");

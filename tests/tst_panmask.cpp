@@ -30,7 +30,8 @@ void tst_PanMask::mask_data()
     QTest::newRow("fails Luhn") << u"4111111111111112"_s << u"4111111111111112"_s;
     QTest::newRow("too short") << u"000012345678"_s << u"000012345678"_s;
     QTest::newRow("too long") << u"41111111111111111111"_s << u"41111111111111111111"_s;
-    QTest::newRow("other numbers") << u"Сумма 500.00, код 123456"_s << u"Сумма 500.00, код 123456"_s;
+    QTest::newRow("other numbers")
+        << u"Сумма 500.00, код 123456"_s << u"Сумма 500.00, код 123456"_s;
     QTest::newRow("empty") << u""_s << u""_s;
 }
 

@@ -181,8 +181,8 @@ void tst_Plugin::optionsAfterConstruction()
 {
     auto processor = create();
     for (quint32 bit = 1; bit != 0 && bit <= (1u << 30); bit <<= 1) {
-        const bool expected = bit == 4 || bit == 8 || bit == 0x2000 || bit == 0x8000
-            || bit == 0x80000;
+        const bool expected =
+            bit == 4 || bit == 8 || bit == 0x2000 || bit == 0x8000 || bit == 0x80000;
         QCOMPARE(processor->checkOption(static_cast<EPaymentProcessingOption::Option>(bit)),
                  expected);
     }

@@ -102,27 +102,27 @@ void tst_Posctl::commandLines_data()
     const QString payload =
         QString::fromLatin1(QByteArray(QByteArray::fromHex("F60ED10C") + qr.toLatin1()).toBase64());
     QTest::newRow("sale") << QStringList{u"sale"_s, u"500"_s, u"--merchant"_s, u"M1"_s}
-                          << QStringList{u"1"_s, u"-a"_s, u"500"_s, u"-c"_s, u""_s, u"-e"_s,
-                                         u"0"_s, u"-o"_s, u"0"_s, u"-r"_s, u""_s, u"-t"_s, u"M1"_s};
+                          << QStringList{u"1"_s,  u"-a"_s, u"500"_s, u"-c"_s, u""_s,
+                                         u"-e"_s, u"0"_s,  u"-o"_s,  u"0"_s,  u"-r"_s,
+                                         u""_s,   u"-t"_s, u"M1"_s};
     QTest::newRow("sale with customer code")
         << QStringList{u"sale"_s, u"500"_s, u"--merchant"_s, u"M1"_s, u"--customer-qr"_s, qr}
         << QStringList{u"1"_s, u"-a"_s, u"500"_s, u"-c"_s, u""_s, u"-d"_s, payload, u"-e"_s,
-                       u"0"_s, u"-o"_s, u"0"_s, u"-r"_s, u""_s, u"-t"_s, u"M1"_s};
+                       u"0"_s, u"-o"_s, u"0"_s,   u"-r"_s, u""_s, u"-t"_s, u"M1"_s};
     QTest::newRow("currency 2 keeps the code back")
         << QStringList{u"sale"_s, u"500"_s, u"--customer-qr"_s, qr, u"--currency"_s, u"2"_s}
-        << QStringList{u"1"_s, u"-a"_s, u"500"_s, u"-c"_s, u""_s, u"-e"_s, u"0"_s, u"-o"_s,
-                       u"0"_s, u"-r"_s, u""_s, u"-t"_s, u""_s};
+        << QStringList{u"1"_s,  u"-a"_s, u"500"_s, u"-c"_s, u""_s,   u"-e"_s, u"0"_s,
+                       u"-o"_s, u"0"_s,  u"-r"_s,  u""_s,   u"-t"_s, u""_s};
     QTest::newRow("negative refund")
         << QStringList{u"refund"_s, u"--rrn"_s, u"R"_s, u"--auth"_s, u"A"_s, u"--"_s, u"-5"_s}
-        << QStringList{u"2"_s, u"-a"_s, u"-5"_s, u"-c"_s, u"A"_s, u"-e"_s, u"0"_s, u"-o"_s,
-                       u"0"_s, u"-r"_s, u"R"_s, u"-t"_s, u""_s};
+        << QStringList{u"2"_s,  u"-a"_s, u"-5"_s, u"-c"_s, u"A"_s,  u"-e"_s, u"0"_s,
+                       u"-o"_s, u"0"_s,  u"-r"_s, u"R"_s,  u"-t"_s, u""_s};
     QTest::newRow("cancel") << QStringList{u"cancel"_s, u"0"_s}
-                            << QStringList{u"3"_s, u"-a"_s, u"0"_s, u"-c"_s, u""_s, u"-e"_s,
-                                           u"0"_s, u"-o"_s, u"0"_s, u"-r"_s, u""_s, u"-t"_s,
-                                           u""_s};
+                            << QStringList{u"3"_s,  u"-a"_s, u"0"_s,  u"-c"_s, u""_s,
+                                           u"-e"_s, u"0"_s,  u"-o"_s, u"0"_s,  u"-r"_s,
+                                           u""_s,   u"-t"_s, u""_s};
     QTest::newRow("report for an empty merchant")
-        << QStringList{u"report"_s, u"--merchant"_s, u""_s}
-        << QStringList{u"14"_s, u"-t"_s, u""_s};
+        << QStringList{u"report"_s, u"--merchant"_s, u""_s} << QStringList{u"14"_s, u"-t"_s, u""_s};
     QTest::newRow("short report") << QStringList{u"short-report"_s} << QStringList{u"11"_s};
     QTest::newRow("copy") << QStringList{u"copy"_s} << QStringList{u"12"_s};
     QTest::newRow("balance") << QStringList{u"balance"_s} << QStringList{u"15"_s};
@@ -147,7 +147,8 @@ void tst_Posctl::exitStatus_data()
     QTest::addColumn<int>("exitCode");
     QTest::newRow("approved") << QByteArray(R"({"Status":1})") << 0;
     QTest::newRow("refused") << QByteArray(R"({"Status":16})") << 1;
-    QTest::newRow("not enough balance") << QByteArray(R"({"Status":16,"ResponseCodeHost":51})") << 3;
+    QTest::newRow("not enough balance")
+        << QByteArray(R"({"Status":16,"ResponseCodeHost":51})") << 3;
 }
 
 void tst_Posctl::exitStatus()
@@ -163,12 +164,11 @@ void tst_Posctl::sbpPayment()
 {
     FakeClient client;
     client.setConfig(fastConfig);
-    client.setAnswers({R"({"Status":0})", R"({"Status":0})",
-                       R"({"Status":1,"AuthorizationCode":"777"})"});
+    client.setAnswers(
+        {R"({"Status":0})", R"({"Status":0})", R"({"Status":1,"AuthorizationCode":"777"})"});
     const Run run = posctl(withDir(client, {u"sbp-pay"_s, u"1000"_s, u"--form-text"_s, u"1"_s,
-                                            u"--form-number"_s, u"12"_s, u"--form-seq"_s,
-                                            u"345"_s, u"--form-time"_s,
-                                            u"2024-03-05T14:07:09"_s}));
+                                            u"--form-number"_s, u"12"_s, u"--form-seq"_s, u"345"_s,
+                                            u"--form-time"_s, u"2024-03-05T14:07:09"_s}));
     QCOMPARE(run.exitCode, 0);
     QCOMPARE(client.runCount(), 3);
     const QJsonObject answer = run.json();
@@ -230,13 +230,19 @@ void tst_Posctl::batch()
     const QByteArray input = "# a day\n"
                              "options\n"
                              "\n"
-                             "set-dir \"" + first.directory().toUtf8() + "\"\n"
+                             "set-dir \"" +
+                             first.directory().toUtf8() +
+                             "\"\n"
                              "sale 100 --merchant \"M 1\"\n"
-                             "set-dir " + second.directory().toUtf8() + "\n"
+                             "set-dir " +
+                             second.directory().toUtf8() +
+                             "\n"
                              "options\n"
                              "new-processor\n"
                              "options\n"
-                             "set-dir " + second.directory().toUtf8() + "\n"
+                             "set-dir " +
+                             second.directory().toUtf8() +
+                             "\n"
                              "sale 5\n";
     const Run run = posctl({u"--dir"_s, first.directory(), u"batch"_s}, input);
     const QList<QByteArray> lines = run.out.trimmed().split('\n');
@@ -253,8 +259,8 @@ void tst_Posctl::batch()
 void tst_Posctl::batchStopsAtBadLine()
 {
     FakeClient client;
-    const Run run = posctl({u"--dir"_s, client.directory(), u"batch"_s},
-                           "options\nsale\noptions\n");
+    const Run run =
+        posctl({u"--dir"_s, client.directory(), u"batch"_s}, "options\nsale\noptions\n");
     QCOMPARE(run.exitCode, 2);
     QCOMPARE(run.out.count('\n'), 1);
     QVERIFY(run.err.contains("needs an amount"));
@@ -264,24 +270,26 @@ void tst_Posctl::errors_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QByteArray>("message");
-    QTest::newRow("missing plug-in") << QStringList{u"--plugin"_s, u"/nonexistent/x.so"_s, u"options"_s}
-                                     << QByteArray("plug-in not found");
+    QTest::newRow("missing plug-in")
+        << QStringList{u"--plugin"_s, u"/nonexistent/x.so"_s, u"options"_s}
+        << QByteArray("plug-in not found");
     QTest::newRow("wrong interface")
         << QStringList{u"--plugin"_s, QStringLiteral(WRONG_IID_PLUGIN_PATH), u"options"_s}
         << QByteArray("is not an Inpas payment plug-in");
-    QTest::newRow("no metadata")
-        << QStringList{u"--plugin"_s, QStringLiteral(NO_METADATA_PLUGIN_PATH), u"options"_s}
-        << QByteArray("is not a Qt plug-in");
+    QTest::newRow("no metadata") << QStringList{u"--plugin"_s,
+                                                QStringLiteral(NO_METADATA_PLUGIN_PATH),
+                                                u"options"_s}
+                                 << QByteArray("is not a Qt plug-in");
     QTest::newRow("unknown command") << QStringList{u"pay"_s} << QByteArray("unknown command");
     QTest::newRow("no command") << QStringList{} << QByteArray("no command");
     QTest::newRow("missing amount") << QStringList{u"sale"_s} << QByteArray("needs an amount");
     QTest::newRow("bad amount") << QStringList{u"sale"_s, u"5.00"_s} << QByteArray("whole number");
-    QTest::newRow("unknown option") << QStringList{u"sale"_s, u"5"_s, u"--tip"_s}
-                                    << QByteArray("unknown option");
+    QTest::newRow("unknown option")
+        << QStringList{u"sale"_s, u"5"_s, u"--tip"_s} << QByteArray("unknown option");
     QTest::newRow("bad time") << QStringList{u"sbp-pay"_s, u"5"_s, u"--form-time"_s, u"today"_s}
                               << QByteArray("--form-time");
-    QTest::newRow("batch-only command") << QStringList{u"new-processor"_s}
-                                        << QByteArray("unknown command");
+    QTest::newRow("batch-only command")
+        << QStringList{u"new-processor"_s} << QByteArray("unknown command");
 }
 
 void tst_Posctl::errors()

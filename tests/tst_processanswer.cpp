@@ -63,18 +63,18 @@ void tst_ProcessAnswer::answers_data()
                            << u"Транзакция не выполнена"_s << QStringList{} << u""_s;
     QTest::newRow("empty output") << none << QByteArray() << 0 << 1 << transaction
                                   << u"Транзакция не выполнена"_s << QStringList{} << u""_s;
-    QTest::newRow("status as string") << none << QByteArray(R"({"Status":"1"})") << 0 << 1
-                                      << transaction << u"Транзакция не выполнена"_s
-                                      << QStringList{} << u""_s;
-    QTest::newRow("status as fraction") << none << QByteArray(R"({"Status":1.5})") << 0 << 1
-                                        << transaction << u"Транзакция не выполнена"_s
-                                        << QStringList{} << u""_s;
-    QTest::newRow("status out of range") << none << QByteArray(R"({"Status":4294967297})") << 0
-                                         << 1 << transaction << u"Транзакция не выполнена"_s
-                                         << QStringList{} << u""_s;
-    QTest::newRow("status key case matters") << none << QByteArray(R"({"status":1})") << 0 << 1
-                                             << transaction << u"Транзакция не выполнена"_s
-                                             << QStringList{} << u""_s;
+    QTest::newRow("status as string")
+        << none << QByteArray(R"({"Status":"1"})") << 0 << 1 << transaction
+        << u"Транзакция не выполнена"_s << QStringList{} << u""_s;
+    QTest::newRow("status as fraction")
+        << none << QByteArray(R"({"Status":1.5})") << 0 << 1 << transaction
+        << u"Транзакция не выполнена"_s << QStringList{} << u""_s;
+    QTest::newRow("status out of range")
+        << none << QByteArray(R"({"Status":4294967297})") << 0 << 1 << transaction
+        << u"Транзакция не выполнена"_s << QStringList{} << u""_s;
+    QTest::newRow("status key case matters")
+        << none << QByteArray(R"({"status":1})") << 0 << 1 << transaction
+        << u"Транзакция не выполнена"_s << QStringList{} << u""_s;
     QTest::newRow("approved, no texts configured")
         << none << QByteArray(R"({"Status":1,"TextResponse":"Одобрено"})") << 1 << 0 << undefined
         << u"Одобрено"_s << QStringList{} << u""_s;
@@ -103,10 +103,9 @@ void tst_ProcessAnswer::answers_data()
     QTest::newRow("default code -1 is a code too")
         << none << QByteArray(R"({"Status":16,"ResponseCodeHost":-1})") << 16 << 3 << undefined
         << u""_s << QStringList{} << u""_s;
-    QTest::newRow("refused with text") << none
-                                       << QByteArray(R"({"Status":16,"TextResponse":"Недостаточно средств"})")
-                                       << 16 << 1 << undefined << u"Недостаточно средств"_s
-                                       << QStringList{} << u""_s;
+    QTest::newRow("refused with text")
+        << none << QByteArray(R"({"Status":16,"TextResponse":"Недостаточно средств"})") << 16 << 1
+        << undefined << u"Недостаточно средств"_s << QStringList{} << u""_s;
     QTest::newRow("refused") << none << QByteArray(R"({"Status":16})") << 16 << 1
                              << u"inpasPaymentProcessingRejectedError"_s << u"Отказ"_s
                              << QStringList{} << u""_s;
@@ -119,19 +118,19 @@ void tst_ProcessAnswer::answers_data()
     QTest::newRow("unknown status") << none << QByteArray(R"({"Status":99})") << 99 << 1
                                     << u"inpasPaymentProcessingUndefinedError"_s
                                     << u"Неопределенная ошибка"_s << QStringList{} << u""_s;
-    QTest::newRow("text of another type") << none << QByteArray(R"({"Status":16,"TextResponse":5})")
-                                          << 16 << 1 << u"inpasPaymentProcessingRejectedError"_s
-                                          << u"Отказ"_s << QStringList{} << u""_s;
+    QTest::newRow("text of another type")
+        << none << QByteArray(R"({"Status":16,"TextResponse":5})") << 16 << 1
+        << u"inpasPaymentProcessingRejectedError"_s << u"Отказ"_s << QStringList{} << u""_s;
     QTest::newRow("slips of a declined operation")
         << none << QByteArray(R"({"Status":16,"ReceiptData":"0xDF^1^Slip one~0xDA^1^Slip two~"})")
         << 16 << 1 << u"inpasPaymentProcessingRejectedError"_s << u"Отказ"_s
         << QStringList{u"Slip one"_s, u"Slip two"_s} << u""_s;
-    QTest::newRow("card type from receipt") << none
-                                            << QByteArray(R"({"Status":1,"ReceiptData":"0xDE^^VISA~"})")
-                                            << 1 << 0 << undefined << u""_s << QStringList{} << u"VISA"_s;
-    QTest::newRow("card type kept") << none
-                                    << QByteArray(R"({"Status":1,"CardType":"MIR","ReceiptData":"0xDE^^VISA~0xDF^^~"})")
-                                    << 1 << 0 << undefined << u""_s << QStringList{u""_s} << u"MIR"_s;
+    QTest::newRow("card type from receipt")
+        << none << QByteArray(R"({"Status":1,"ReceiptData":"0xDE^^VISA~"})") << 1 << 0 << undefined
+        << u""_s << QStringList{} << u"VISA"_s;
+    QTest::newRow("card type kept")
+        << none << QByteArray(R"({"Status":1,"CardType":"MIR","ReceiptData":"0xDE^^VISA~0xDF^^~"})")
+        << 1 << 0 << undefined << u""_s << QStringList{u""_s} << u"MIR"_s;
 }
 
 void tst_ProcessAnswer::answers()
@@ -163,13 +162,12 @@ void tst_ProcessAnswer::retry_data()
     QTest::newRow("unparsable, no codes") << QByteArray() << QByteArray("?") << true;
     QTest::newRow("approved") << QByteArray() << QByteArray(R"({"Status":1})") << false;
     QTest::newRow("refused") << QByteArray() << QByteArray(R"({"Status":16})") << false;
-    QTest::newRow("open, listed code") << codes
-                                       << QByteArray(R"({"Status":0,"ResponseCodeHost":5})") << true;
-    QTest::newRow("open, other code") << codes
-                                      << QByteArray(R"({"Status":0,"ResponseCodeHost":6})") << false;
-    QTest::newRow("approved, listed code") << codes
-                                           << QByteArray(R"({"Status":1,"ResponseCodeHost":5})")
-                                           << false;
+    QTest::newRow("open, listed code")
+        << codes << QByteArray(R"({"Status":0,"ResponseCodeHost":5})") << true;
+    QTest::newRow("open, other code")
+        << codes << QByteArray(R"({"Status":0,"ResponseCodeHost":6})") << false;
+    QTest::newRow("approved, listed code")
+        << codes << QByteArray(R"({"Status":1,"ResponseCodeHost":5})") << false;
     QTest::newRow("negative code in decimal")
         << QByteArray("[Client]\nhostCodesResponseToRetry=-5\n")
         << QByteArray(R"({"Status":0,"ResponseCodeHost":-5})") << true;
@@ -200,7 +198,8 @@ void tst_ProcessAnswer::logLines()
     ProcessorFixture::expectAnswerLine(1, u"ОДОБРЕНО"_s, 0, u"MIR"_s, u"************1234"_s,
                                        u"000012345678"_s, u"123456"_s);
     QTest::ignoreMessage(QtDebugMsg, "Слипы: 0xDF^1^Чек~0xAA^1^x~0xDF^1^Копия");
-    QTest::ignoreMessage(QtWarningMsg, "Нет завершающего символа '~'! Добавление '~' в конце поля.");
+    QTest::ignoreMessage(QtWarningMsg,
+                         "Нет завершающего символа '~'! Добавление '~' в конце поля.");
     QTest::ignoreMessage(QtInfoMsg, "Получен слип: 'Чек'");
     QTest::ignoreMessage(QtInfoMsg, "Получен слип: 'Копия'");
     const PaymentProcessingAnswer answer = f.processor->processAnswer(output, nullptr);
@@ -212,7 +211,8 @@ void tst_ProcessAnswer::logLines()
     // An empty receipt: the warning, and an empty list of slips.
     ProcessorFixture::expectAnswerLine(0, u"Транзакция не выполнена"_s);
     QTest::ignoreMessage(QtDebugMsg, "Слипы: ");
-    QTest::ignoreMessage(QtWarningMsg, "Нет завершающего символа '~'! Добавление '~' в конце поля.");
+    QTest::ignoreMessage(QtWarningMsg,
+                         "Нет завершающего символа '~'! Добавление '~' в конце поля.");
     QVERIFY(f.processor->processAnswer(R"({"ReceiptData":""})", nullptr).slips.isEmpty());
 }
 

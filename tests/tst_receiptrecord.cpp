@@ -47,18 +47,17 @@ void tst_ReceiptRecord::examples_data()
                                << QStringList{u"0xDF"_s, u"0xDA"_s}
                                << QStringList{u"Slip one"_s, u"Slip two"_s};
     QTest::newRow("empty fields") << u"0xDF^^~"_s << QStringList{u"0xDF"_s} << QStringList{u""_s};
-    QTest::newRow("text with carets and lines") << u"0xDF^1^a^b\nc~"_s << QStringList{u"0xDF"_s}
-                                                << QStringList{u"a^b\nc"_s};
+    QTest::newRow("text with carets and lines")
+        << u"0xDF^1^a^b\nc~"_s << QStringList{u"0xDF"_s} << QStringList{u"a^b\nc"_s};
     QTest::newRow("line break joins the tag")
         << u"0xDF^1^one~\n0xDF^1^two~"_s << QStringList{u"0xDF"_s, u"\n0xDF"_s}
         << QStringList{u"one"_s, u"two"_s};
-    QTest::newRow("carets between records skipped") << u"^^0xDE^^VISA~"_s
-                                                    << QStringList{u"0xDE"_s}
-                                                    << QStringList{u"VISA"_s};
-    QTest::newRow("tilde in the tag") << u"a~b^1^t~"_s << QStringList{u"a~b"_s}
-                                      << QStringList{u"t"_s};
-    QTest::newRow("unterminated tail") << u"0xDF^1^one~0xDF^1^two"_s << QStringList{u"0xDF"_s}
-                                       << QStringList{u"one"_s};
+    QTest::newRow("carets between records skipped")
+        << u"^^0xDE^^VISA~"_s << QStringList{u"0xDE"_s} << QStringList{u"VISA"_s};
+    QTest::newRow("tilde in the tag")
+        << u"a~b^1^t~"_s << QStringList{u"a~b"_s} << QStringList{u"t"_s};
+    QTest::newRow("unterminated tail")
+        << u"0xDF^1^one~0xDF^1^two"_s << QStringList{u"0xDF"_s} << QStringList{u"one"_s};
     QTest::newRow("empty") << u""_s << QStringList{} << QStringList{};
     QTest::newRow("one caret only") << u"0xDF^text~"_s << QStringList{} << QStringList{};
 }

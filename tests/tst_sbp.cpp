@@ -30,8 +30,8 @@ PaymentProcessingRequest sbpRequest(int type)
 QStringList arguments(const QString &code, const QString &c, const QString &function,
                       const QString &r)
 {
-    return {code, u"-a"_s, u"1000"_s, u"-c"_s, c, u"-e"_s, u"0"_s, u"-f"_s, function,
-            u"-o"_s, u"0"_s, u"-r"_s, r, u"-t"_s, u""_s};
+    return {code,     u"-a"_s, u"1000"_s, u"-c"_s, c, u"-e"_s, u"0"_s, u"-f"_s,
+            function, u"-o"_s, u"0"_s,    u"-r"_s, r, u"-t"_s, u""_s};
 }
 
 // A client that answers run n with the n-th answer (the last repeating); an answer "fail"
@@ -42,8 +42,8 @@ QByteArray sequence(const QList<QByteArray> &answers)
     for (qsizetype i = 0; i < answers.size(); ++i) {
         const QByteArray pattern = i + 1 == answers.size() ? "*" : QByteArray::number(i + 1);
         const QByteArray action = answers.at(i) == "fail"
-            ? QByteArray("echo 'Сбой' >&2; exit 1")
-            : QByteArray("echo '" + answers.at(i) + "'");
+                                      ? QByteArray("echo 'Сбой' >&2; exit 1")
+                                      : QByteArray("echo '" + answers.at(i) + "'");
         script += pattern + ") " + action + ";;\n";
     }
     return script + "esac\n";
@@ -85,17 +85,16 @@ void tst_Sbp::formId_data()
     QTest::addColumn<QString>("expected");
     const QDateTime time(QDate(2024, 3, 5), QTime(14, 7, 9));
     QTest::newRow("example") << u"1"_s << 12 << 345 << time << formIdentifier;
-    QTest::newRow("long text is kept whole") << u"123"_s << 12 << 345 << time
-                                             << u"12300120000345050324140709"_s;
+    QTest::newRow("long text is kept whole")
+        << u"123"_s << 12 << 345 << time << u"12300120000345050324140709"_s;
     QTest::newRow("empty text") << u""_s << 0 << 0 << time << u"0000000000000050324140709"_s;
     QTest::newRow("no time") << u"7"_s << 1 << 2 << QDateTime() << u"0700010000002"_s;
     QTest::newRow("wide numbers") << u"AB"_s << 123456 << 98765432 << time
                                   << u"AB12345698765432050324140709"_s;
-    QTest::newRow("percent in text") << u"%2"_s << 1 << 1 << time
-                                     << u"%200010000001050324140709"_s;
-    QTest::newRow("afternoon in 24 hours") << u"1"_s << 1 << 1
-                                           << QDateTime(QDate(1999, 12, 31), QTime(23, 59, 58))
-                                           << u"0100010000001311299235958"_s;
+    QTest::newRow("percent in text") << u"%2"_s << 1 << 1 << time << u"%200010000001050324140709"_s;
+    QTest::newRow("afternoon in 24 hours")
+        << u"1"_s << 1 << 1 << QDateTime(QDate(1999, 12, 31), QTime(23, 59, 58))
+        << u"0100010000001311299235958"_s;
 }
 
 void tst_Sbp::formId()
@@ -118,8 +117,8 @@ void tst_Sbp::typesThatRunNothing_data()
     QTest::addColumn<int>("type");
     QTest::addColumn<QString>("id");
     QTest::addColumn<QString>("text");
-    QTest::newRow("refund type 2") << 2 << u"inpasPaymentProcessingNotSupportedError"_s
-                                   << u"Не поддерживается"_s;
+    QTest::newRow("refund type 2")
+        << 2 << u"inpasPaymentProcessingNotSupportedError"_s << u"Не поддерживается"_s;
     QTest::newRow("type 0") << 0 << u""_s << u""_s;
     QTest::newRow("type 4") << 4 << u""_s << u""_s;
 }
@@ -151,31 +150,30 @@ void tst_Sbp::payment_data()
     const QByteArray approved = R"({"Status":1,"AuthorizationCode":"A1","ReferenceNumber":"R1"})";
     const QByteArray refused = R"({"Status":16,"AuthorizationCode":"A2","ReferenceNumber":"R2"})";
 
-    QTest::newRow("approved at once") << QByteArray() << QList<QByteArray>{approved} << 1 << 1
-                                      << 0 << formIdentifier << u"R1"_s;
+    QTest::newRow("approved at once")
+        << QByteArray() << QList<QByteArray>{approved} << 1 << 1 << 0 << formIdentifier << u"R1"_s;
     QTest::newRow("open three times, then approved")
         << QByteArray() << QList<QByteArray>{open, open, open, approved} << 4 << 1 << 0
         << formIdentifier << u"A1"_s;
-    QTest::newRow("open, then refused") << QByteArray() << QList<QByteArray>{open, refused} << 2
-                                        << 16 << 1 << u"A2"_s << u"R2"_s;
-    QTest::newRow("refused at once") << QByteArray() << QList<QByteArray>{refused} << 1 << 16 << 1
-                                     << u"A2"_s << u"R2"_s;
-    QTest::newRow("first run fails") << QByteArray() << QList<QByteArray>{"fail"} << 1 << -1 << 1
-                                     << u""_s << u""_s;
+    QTest::newRow("open, then refused")
+        << QByteArray() << QList<QByteArray>{open, refused} << 2 << 16 << 1 << u"A2"_s << u"R2"_s;
+    QTest::newRow("refused at once")
+        << QByteArray() << QList<QByteArray>{refused} << 1 << 16 << 1 << u"A2"_s << u"R2"_s;
+    QTest::newRow("first run fails")
+        << QByteArray() << QList<QByteArray>{"fail"} << 1 << -1 << 1 << u""_s << u""_s;
     QTest::newRow("unparsable first answer opens the query")
         << QByteArray() << QList<QByteArray>{"garbage", approved} << 2 << 1 << 0 << formIdentifier
         << u"A1"_s;
-    QTest::newRow("failed run in the loop") << QByteArray()
-                                            << QList<QByteArray>{open, open, "fail"} << 3 << -1
-                                            << 1 << u""_s << u""_s;
+    QTest::newRow("failed run in the loop")
+        << QByteArray() << QList<QByteArray>{open, open, "fail"} << 3 << -1 << 1 << u""_s << u""_s;
     QTest::newRow("host code not to retry")
         << QByteArray("[Client]\nhostCodesResponseToRetry=5\n")
-        << QList<QByteArray>{open, R"({"Status":0,"ResponseCodeHost":6})", approved} << 2 << 0
-        << 1 << u""_s << u""_s;
+        << QList<QByteArray>{open, R"({"Status":0,"ResponseCodeHost":6})", approved} << 2 << 0 << 1
+        << u""_s << u""_s;
     QTest::newRow("host code to retry")
         << QByteArray("[Client]\nhostCodesResponseToRetry=5\n")
-        << QList<QByteArray>{open, R"({"Status":0,"ResponseCodeHost":5})", approved} << 3 << 1
-        << 0 << formIdentifier << u"A1"_s;
+        << QList<QByteArray>{open, R"({"Status":0,"ResponseCodeHost":5})", approved} << 3 << 1 << 0
+        << formIdentifier << u"A1"_s;
 }
 
 void tst_Sbp::payment()
@@ -185,8 +183,8 @@ void tst_Sbp::payment()
     ProcessorFixture f(config);
     f.client.setBehaviour(sequence(answers));
     const QuietLog quiet;
-    const PaymentProcessingAnswer answer =
-        static_cast<AbstractPaymentProcessing &>(*f.processor).paymentByQRCodeOnPinPad(sbpRequest(1));
+    const PaymentProcessingAnswer answer = static_cast<AbstractPaymentProcessing &>(*f.processor)
+                                               .paymentByQRCodeOnPinPad(sbpRequest(1));
     QTEST(f.client.runCount(), "runs");
     QTEST(answer.status, "status");
     QTEST(answer.result, "result");
@@ -222,26 +220,23 @@ void tst_Sbp::refund_data()
     const QByteArray five = R"({"Status":5,"AuthorizationCode":"A5"})";
     const QByteArray successFive("[Client]\nreturnStatusSbpSuccessCodes=5\n");
 
-    QTest::newRow("ends on a success code") << successFive
-                                            << QList<QByteArray>{open, open, five} << 3 << 5 << 0
-                                            << u"Неопределенная ошибка"_s << u"A5"_s;
+    QTest::newRow("ends on a success code") << successFive << QList<QByteArray>{open, open, five}
+                                            << 3 << 5 << 0 << u"Неопределенная ошибка"_s << u"A5"_s;
     QTest::newRow("no success codes") << QByteArray() << QList<QByteArray>{open, five} << 2 << 5
                                       << 1 << u"Неопределенная ошибка"_s << u"A5"_s;
-    QTest::newRow("approved status") << QByteArray()
-                                     << QList<QByteArray>{open, R"({"Status":1})"} << 2 << 1 << 0
-                                     << u""_s << u""_s;
+    QTest::newRow("approved status") << QByteArray() << QList<QByteArray>{open, R"({"Status":1})"}
+                                     << 2 << 1 << 0 << u""_s << u""_s;
     QTest::newRow("codes 0 and 1 change nothing")
         << QByteArray("[Client]\nreturnStatusSbpSuccessCodes=0,1\n")
-        << QList<QByteArray>{open, open, R"({"Status":16})"} << 3 << 16 << 1 << u"Отказ"_s
-        << u""_s;
+        << QList<QByteArray>{open, open, R"({"Status":16})"} << 3 << 16 << 1 << u"Отказ"_s << u""_s;
     QTest::newRow("-1 makes a failed run a refund")
         << QByteArray("[Client]\nreturnStatusSbpSuccessCodes=-1\n")
         << QList<QByteArray>{open, "fail"} << 2 << -1 << 0 << u"Сбой\n"_s << u""_s;
-    QTest::newRow("approved at once") << QByteArray()
-                                      << QList<QByteArray>{R"({"Status":1,"AuthorizationCode":"AX"})"}
-                                      << 1 << 1 << 0 << u""_s << u"AX"_s;
-    QTest::newRow("first run fails") << successFive << QList<QByteArray>{"fail"} << 1 << -1 << 1
-                                     << u"Сбой\n"_s << u""_s;
+    QTest::newRow("approved at once")
+        << QByteArray() << QList<QByteArray>{R"({"Status":1,"AuthorizationCode":"AX"})"} << 1 << 1
+        << 0 << u""_s << u"AX"_s;
+    QTest::newRow("first run fails")
+        << successFive << QList<QByteArray>{"fail"} << 1 << -1 << 1 << u"Сбой\n"_s << u""_s;
 }
 
 void tst_Sbp::refund()
@@ -307,9 +302,8 @@ void tst_Sbp::scanParams()
     QCOMPARE(params.timeoutSeconds, 3);
     QVERIFY(params.replacements.isEmpty());
     QCOMPARE(params.styleSheet, u"background-color: rgb(255, 53, 53);"_s);
-    QVERIFY(!params.manualInput && !params.hideInput && !params.showOkButton
-            && !params.repeatOnError && params.modal && !params.fullScreen
-            && params.showCancelButton);
+    QVERIFY(!params.manualInput && !params.hideInput && !params.showOkButton &&
+            !params.repeatOnError && params.modal && !params.fullScreen && params.showCancelButton);
     QVERIFY(params.hint.isEmpty() && params.hint.id().isEmpty());
 
     ScanQrParams changed = params;

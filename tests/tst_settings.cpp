@@ -66,10 +66,10 @@ void tst_Settings::directoryAndFile_data()
                            << u"/tillroot/cash/paysystems/inpas/zelnorinpas.conf"_s;
     QTest::newRow("null") << QString() << u"/tillroot/cash/paysystems/inpas"_s
                           << u"/tillroot/cash/paysystems/inpas/zelnorinpas.conf"_s;
-    QTest::newRow("trailing slash") << u"/opt/pay/"_s << u"/opt/pay/"_s
-                                    << u"/opt/pay//zelnorinpas.conf"_s;
-    QTest::newRow("kept as given") << u" rel/dir"_s << u" rel/dir"_s
-                                   << u" rel/dir/zelnorinpas.conf"_s;
+    QTest::newRow("trailing slash")
+        << u"/opt/pay/"_s << u"/opt/pay/"_s << u"/opt/pay//zelnorinpas.conf"_s;
+    QTest::newRow("kept as given")
+        << u" rel/dir"_s << u" rel/dir"_s << u" rel/dir/zelnorinpas.conf"_s;
 }
 
 void tst_Settings::directoryAndFile()
@@ -91,7 +91,8 @@ void tst_Settings::defaultsWithoutFile()
     FakeClient empty;
     InpasPaymentProcessing processor;
     // The constructor reads the default directory's file.
-    QCOMPARE(recording->files.value(0).first, u"/tillroot/cash/paysystems/inpas/zelnorinpas.conf"_s);
+    QCOMPARE(recording->files.value(0).first,
+             u"/tillroot/cash/paysystems/inpas/zelnorinpas.conf"_s);
     processor.setProcessingDirectory(empty.directory());
     const InpasSettings &s = processor.currentSettings();
     QCOMPARE(s.intervalBetweenOperations, 2);
@@ -113,8 +114,9 @@ void tst_Settings::values_data()
     QTest::addColumn<int>("notEnough");
 
     QTest::newRow("bad codes dropped")
-        << QByteArray("[Client]\nreturnStatusSbpSuccessCodes=12, -3, abc, 4294967296, , 2147483647, "
-                      "-2147483649\n")
+        << QByteArray(
+               "[Client]\nreturnStatusSbpSuccessCodes=12, -3, abc, 4294967296, , 2147483647, "
+               "-2147483649\n")
         << QSet<int>{12, -3, 2147483647} << QSet<QString>{} << QSet<QString>{} << 2 << -1;
     QTest::newRow("texts trimmed and upper-cased")
         << QByteArray("[Client]\nsuccessTextResponses=  approved , Одобрено,APPROVED,одобрено ,"
@@ -122,13 +124,16 @@ void tst_Settings::values_data()
         << QSet<int>{} << QSet<QString>{u"APPROVED"_s, u"ОДОБРЕНО"_s}
         << QSet<QString>{u"5"_s, u"A1"_s} << 2 << -1;
     QTest::newRow("numbers")
-        << QByteArray("[Client]\nintervalBetweenOperations=7\n[ErrorCodes]\nnotEnoughtBalanceCode=51\n")
+        << QByteArray(
+               "[Client]\nintervalBetweenOperations=7\n[ErrorCodes]\nnotEnoughtBalanceCode=51\n")
         << QSet<int>{} << QSet<QString>{} << QSet<QString>{} << 7 << 51;
     QTest::newRow("malformed numbers keep defaults")
-        << QByteArray("[Client]\nintervalBetweenOperations=soon\n[ErrorCodes]\nnotEnoughtBalanceCode=\n")
+        << QByteArray(
+               "[Client]\nintervalBetweenOperations=soon\n[ErrorCodes]\nnotEnoughtBalanceCode=\n")
         << QSet<int>{} << QSet<QString>{} << QSet<QString>{} << 2 << -1;
     QTest::newRow("keys in the wrong group are not seen")
-        << QByteArray("[ErrorCodes]\nintervalBetweenOperations=9\n[Client]\nnotEnoughtBalanceCode=51\n")
+        << QByteArray(
+               "[ErrorCodes]\nintervalBetweenOperations=9\n[Client]\nnotEnoughtBalanceCode=51\n")
         << QSet<int>{} << QSet<QString>{} << QSet<QString>{} << 2 << -1;
 }
 

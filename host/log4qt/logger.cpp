@@ -8,8 +8,7 @@ Logger::Logger(const QString &name)
     : m_name(name)
     , m_categoryName(name.toUtf8())
     , m_category(m_categoryName.constData())
-{
-}
+{}
 
 Logger::~Logger() = default;
 

@@ -11,6 +11,5 @@ void InpasPaymentProcessing::addAdditionalData(PaymentProcessingAnswer &answer,
     if (paymentMethod.isEmpty())
         return;
     const QJsonObject data{{u"paymentMethod"_s, paymentMethod}};
-    answer.additionalData =
-        QString::fromUtf8(QJsonDocument(data).toJson(QJsonDocument::Compact));
+    answer.additionalData = QString::fromUtf8(QJsonDocument(data).toJson(QJsonDocument::Compact));
 }

@@ -44,8 +44,8 @@ QString maskCardNumbers(const QString &text)
         while (i < size) {
             if (isAsciiDigit(text.at(i))) {
                 digits.append(i++);
-            } else if ((text.at(i) == u' ' || text.at(i) == u'-') && i + 1 < size
-                       && isAsciiDigit(text.at(i + 1))) {
+            } else if ((text.at(i) == u' ' || text.at(i) == u'-') && i + 1 < size &&
+                       isAsciiDigit(text.at(i + 1))) {
                 ++i;
             } else {
                 break;

@@ -51,7 +51,8 @@ PaymentProcessingAnswer InpasPaymentProcessing::processAnswer(const QByteArray &
     const QJsonObject object = document.isObject() ? document.object() : QJsonObject();
 
     const qint32 status = intField(object, "Status"_L1);
-    answer.result = status == 1 ? PaymentProcessingAnswer::Success : PaymentProcessingAnswer::Failure;
+    answer.result =
+        status == 1 ? PaymentProcessingAnswer::Success : PaymentProcessingAnswer::Failure;
 
     const qint32 hostCode = intField(object, "ResponseCodeHost"_L1);
     if (hostCode == settings.notEnoughtBalanceCode)
@@ -70,10 +71,10 @@ PaymentProcessingAnswer InpasPaymentProcessing::processAnswer(const QByteArray &
         answer.message = statusMessage(status);
 
     logger->info(u"Операция выполнена. Статус='%1', Сообщение='%2', Тип карты='%3', "
-                 u"Номер карты='%4' ID операции='%5', Код авторизации='%6', Код ответа='%7'"_s
-                     .arg(QString::number(answer.status), answer.message.ru(), answer.cardType,
-                          maskCardNumbers(answer.pan), answer.referenceNumber,
-                          answer.authorizationCode, QString::number(hostCode)));
+                 u"Номер карты='%4' ID операции='%5', Код авторизации='%6', Код ответа='%7'"_s.arg(
+                     QString::number(answer.status), answer.message.ru(), answer.cardType,
+                     maskCardNumbers(answer.pan), answer.referenceNumber, answer.authorizationCode,
+                     QString::number(hostCode)));
 
     if (object.contains("ReceiptData"_L1)) {
         QString receipt = textField(object, "ReceiptData"_L1);
@@ -97,8 +98,8 @@ PaymentProcessingAnswer InpasPaymentProcessing::processAnswer(const QByteArray &
     // An approval counts only with one of the configured texts, when any are configured.
     if (answer.result == PaymentProcessingAnswer::Success) {
         const QString text = textResponse.trimmed().toUpper();
-        if (!text.isEmpty() && !settings.successTextResponses.isEmpty()
-            && !settings.successTextResponses.contains(text))
+        if (!text.isEmpty() && !settings.successTextResponses.isEmpty() &&
+            !settings.successTextResponses.contains(text))
             answer.result = PaymentProcessingAnswer::Failure;
     }
 

@@ -72,8 +72,8 @@ QByteArray InpasPaymentProcessing::executeCommand(int operationCode, const Argum
             ++counter;
     });
 
-    logger->debug(u"Рабочий каталог: %1; аргументы: %2"_s.arg(processingDirectory,
-                                                             argumentList.join(u' ')));
+    logger->debug(
+        u"Рабочий каталог: %1; аргументы: %2"_s.arg(processingDirectory, argumentList.join(u' ')));
     progress->setValue(0);
 
     runner.start();

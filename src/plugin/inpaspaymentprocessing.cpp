@@ -24,8 +24,8 @@ InpasPaymentProcessing::~InpasPaymentProcessing() = default;
 
 bool InpasPaymentProcessing::isPaymentEnable(PaymentProcessingRequest::Type type) const
 {
-    return type == PaymentProcessingRequest::Sale || type == PaymentProcessingRequest::Refund
-        || type == PaymentProcessingRequest::Return;
+    return type == PaymentProcessingRequest::Sale || type == PaymentProcessingRequest::Refund ||
+           type == PaymentProcessingRequest::Return;
 }
 
 bool InpasPaymentProcessing::isCancelEnable(PaymentProcessingRequest::Type type) const

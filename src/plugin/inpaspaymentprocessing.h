@@ -50,8 +50,10 @@ public:
     PaymentProcessingAnswer printShortReport() override;
     PaymentProcessingAnswer balance(const QString &account) override;
     ScanQrParams getScanQrParams() const override;
-    PaymentProcessingAnswer paymentByQRCodeOnPinPad(const PaymentProcessingRequest &request) override;
-    PaymentProcessingAnswer cancelByQRCodeOnPinPad(const PaymentProcessingRequest &request) override;
+    PaymentProcessingAnswer
+    paymentByQRCodeOnPinPad(const PaymentProcessingRequest &request) override;
+    PaymentProcessingAnswer
+    cancelByQRCodeOnPinPad(const PaymentProcessingRequest &request) override;
 
     // Points the processor at a client directory (empty: the default one) and reads the
     // settings of its zelnorinpas.conf on top of what earlier calls read.
@@ -79,8 +81,10 @@ public:
     QByteArray generateQrData(const QByteArray &code) const;
     // The SBP form identifier: text(2) number(4) sequence(7) ddMMyyhhmmss, zero-filled.
     QString formId(const PaymentProcessingRequest &request) const;
-    PaymentProcessingAnswer getPaymentByQRCodeOnPinPadStatus(const PaymentProcessingRequest &request);
-    PaymentProcessingAnswer getCancelByQRCodeOnPinPadStatus(const PaymentProcessingRequest &request);
+    PaymentProcessingAnswer
+    getPaymentByQRCodeOnPinPadStatus(const PaymentProcessingRequest &request);
+    PaymentProcessingAnswer
+    getCancelByQRCodeOnPinPadStatus(const PaymentProcessingRequest &request);
 
     const InpasSettings &currentSettings() const { return settings; }
 

@@ -4,8 +4,7 @@
 
 InpasPaymentProcessingFactory::InpasPaymentProcessingFactory(QObject *parent)
     : QObject(parent)
-{
-}
+{}
 
 InpasPaymentProcessingFactory::~InpasPaymentProcessingFactory() = default;
 

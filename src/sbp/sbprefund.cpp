@@ -39,8 +39,8 @@ InpasPaymentProcessing::getCancelByQRCodeOnPinPadStatus(const PaymentProcessingR
     do {
         answer = waitAndExecuteOperation(sbpRefundCode, arguments, &retry);
         // A configured code ends the refund as done, whatever the retry flag says.
-        if (answer.status != 0 && answer.status != 1
-            && settings.returnStatusSbpSuccessCodes.contains(answer.status)) {
+        if (answer.status != 0 && answer.status != 1 &&
+            settings.returnStatusSbpSuccessCodes.contains(answer.status)) {
             answer.result = PaymentProcessingAnswer::Success;
             break;
         }

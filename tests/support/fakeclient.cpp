@@ -38,7 +38,9 @@ void FakeClient::writeScript(const QByteArray &tail)
 {
     const QByteArray records = m_records.path().toUtf8();
     QByteArray script = "#!/bin/sh\n"
-                        "R='" + records + "'\n"
+                        "R='" +
+                        records +
+                        "'\n"
                         "n=$(cat \"$R/count\" 2>/dev/null || echo 0)\n"
                         "n=$((n+1))\n"
                         "date +%s.%N > \"$R/start.$n\"\n"

@@ -30,10 +30,11 @@ void ProcessorFixture::expectAnswerLine(int status, const QString &message, int 
 {
     QTest::ignoreMessage(
         QtInfoMsg,
-        qPrintable(u"Операция выполнена. Статус='%1', Сообщение='%2', Тип карты='%3', "
-                   u"Номер карты='%4' ID операции='%5', Код авторизации='%6', Код ответа='%7'"_s
-                       .arg(QString::number(status), message, cardType, pan, reference, auth,
-                            QString::number(hostCode))));
+        qPrintable(
+            u"Операция выполнена. Статус='%1', Сообщение='%2', Тип карты='%3', "
+            u"Номер карты='%4' ID операции='%5', Код авторизации='%6', Код ответа='%7'"_s.arg(
+                QString::number(status), message, cardType, pan, reference, auth,
+                QString::number(hostCode))));
 }
 
 void ProcessorFixture::expectAnyRuns(int runs)

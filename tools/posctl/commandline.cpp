@@ -10,10 +10,10 @@ const QHash<QString, int> &commands()
 {
     // command -> number of positional arguments
     static const QHash<QString, int> table{
-        {u"sale"_s, 1},         {u"refund"_s, 1},   {u"cancel"_s, 1},     {u"reconcile"_s, 0},
-        {u"report"_s, 0},       {u"short-report"_s, 0}, {u"copy"_s, 0},   {u"balance"_s, 0},
-        {u"sbp-pay"_s, 1},      {u"sbp-refund"_s, 1}, {u"scan-params"_s, 0}, {u"options"_s, 0},
-        {u"batch"_s, 0},        {u"set-dir"_s, 1},  {u"new-processor"_s, 0},
+        {u"sale"_s, 1},    {u"refund"_s, 1},       {u"cancel"_s, 1},        {u"reconcile"_s, 0},
+        {u"report"_s, 0},  {u"short-report"_s, 0}, {u"copy"_s, 0},          {u"balance"_s, 0},
+        {u"sbp-pay"_s, 1}, {u"sbp-refund"_s, 1},   {u"scan-params"_s, 0},   {u"options"_s, 0},
+        {u"batch"_s, 0},   {u"set-dir"_s, 1},      {u"new-processor"_s, 0},
     };
     return table;
 }

@@ -12,8 +12,7 @@ using namespace Qt::Literals::StringLiterals;
 CommandRunner::CommandRunner(Interrupter &interrupter, std::optional<int> interruptAfterMs)
     : m_interrupter(interrupter)
     , m_interruptAfterMs(interruptAfterMs)
-{
-}
+{}
 
 PaymentProcessingRequest CommandRunner::request(const Invocation &invocation, int defaultType)
 {

@@ -121,11 +121,11 @@ QString Formatter::answerText(const PaymentProcessingAnswer &answer)
 {
     QString out;
     out += (answer.message.isEmpty() ? u"(no message)"_s : answer.message.ru()) + u'\n';
-    out += u"  status %1, result %2 (%3)\n"_s.arg(QString::number(answer.status),
-                                                QString::number(answer.result),
-                                                resultName(answer.result));
+    out += u"  status %1, result %2 (%3)\n"_s.arg(
+        QString::number(answer.status), QString::number(answer.result), resultName(answer.result));
     if (!answer.cardType.isEmpty() || !answer.pan.isEmpty())
-        out += u"  card:               %1 %2\n"_s.arg(answer.cardType, answer.pan).trimmed() + u'\n';
+        out += u"  card:               %1\n"_s.arg(
+            QString(answer.cardType + u' ' + answer.pan).trimmed());
     if (!answer.authorizationCode.isEmpty())
         out += u"  authorization code: %1\n"_s.arg(answer.authorizationCode);
     if (!answer.referenceNumber.isEmpty())
@@ -137,7 +137,8 @@ QString Formatter::answerText(const PaymentProcessingAnswer &answer)
     if (!answer.additionalData.isEmpty())
         out += u"  additional data:    %1\n"_s.arg(answer.additionalData);
     for (qsizetype i = 0; i < answer.slips.size(); ++i)
-        out += u"\nslip %1 of %2\n"_s.arg(i + 1).arg(answer.slips.size()) + framed(answer.slips.at(i));
+        out +=
+            u"\nslip %1 of %2\n"_s.arg(i + 1).arg(answer.slips.size()) + framed(answer.slips.at(i));
     return out;
 }
 
@@ -207,9 +208,9 @@ QString Formatter::scanParamsText(const ScanQrParams &p)
     for (const QRegularExpression &pattern : p.patterns)
         patterns.append(pattern.pattern());
     const ImageInfo image = pngInfo(p.imagePath);
-    const QString picture = image.readable
-        ? u"%1 (%2 x %3)"_s.arg(p.imagePath).arg(image.width).arg(image.height)
-        : u"%1 (cannot be read)"_s.arg(p.imagePath);
+    const QString picture =
+        image.readable ? u"%1 (%2 x %3)"_s.arg(p.imagePath).arg(image.width).arg(image.height)
+                       : u"%1 (cannot be read)"_s.arg(p.imagePath);
     return u"title:    %1\nmessage:  %2\nerror:    %3\npatterns: %4\npicture:  %5\n"
            u"buttons:  %6 / %7\nstyle:    %8\n"_s.arg(
                p.title.ru(), p.message.ru(), QString(p.errorMessage.ru()).replace(u'\n', u" / "_s),

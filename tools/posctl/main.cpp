@@ -42,10 +42,9 @@ void messageHandler(QtMsgType type, const QMessageLogContext &context, const QSt
         return;
     static const char *const levels[] = {"DEBUG", "WARN ", "ERROR", "FATAL", "INFO "};
     const char *level = type >= 0 && type <= QtInfoMsg ? levels[type] : "?    ";
-    write(stderr, u"%1 %2: %3\n"_s.arg(QLatin1StringView(level),
-                                       QLatin1StringView(context.category ? context.category
-                                                                          : "default"),
-                                       message));
+    write(stderr, u"%1 %2: %3\n"_s.arg(
+                      QLatin1StringView(level),
+                      QLatin1StringView(context.category ? context.category : "default"), message));
 }
 
 const char helpText[] = R"(Usage: posctl [OPTIONS] COMMAND [ARGS] [REQUEST OPTIONS]
@@ -106,8 +105,7 @@ public:
     explicit Host(const GlobalOptions &globals)
         : m_globals(globals)
         , m_runner(m_interrupter, globals.interruptAfterMs)
-    {
-    }
+    {}
 
     bool start(QString &error)
     {
@@ -146,8 +144,8 @@ public:
             GlobalOptions unused;
             Invocation invocation;
             QString error = u"unterminated quote"_s;
-            if (!words
-                || !CommandLine::parse(*words, CommandLine::BatchLine, unused, invocation, error))
+            if (!words ||
+                !CommandLine::parse(*words, CommandLine::BatchLine, unused, invocation, error))
                 return fail(u"batch line \"%1\": %2"_s.arg(line, error));
 
             if (invocation.command == "set-dir"_L1) {

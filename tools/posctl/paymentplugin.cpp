@@ -33,8 +33,9 @@ bool PaymentPlugin::load(const QString &path, QString &error)
     }
     const QString iid = metaData.value("IID"_L1).toString();
     if (iid != QLatin1StringView(expectedIid)) {
-        error = u"%1 is not an Inpas payment plug-in: its interface is \"%2\", expected \"%3\""_s
-                    .arg(path, iid, QLatin1StringView(expectedIid));
+        error =
+            u"%1 is not an Inpas payment plug-in: its interface is \"%2\", expected \"%3\""_s.arg(
+                path, iid, QLatin1StringView(expectedIid));
         return false;
     }
     m_factory = m_loader.instance();
@@ -48,9 +49,9 @@ bool PaymentPlugin::load(const QString &path, QString &error)
 std::unique_ptr<AbstractPaymentProcessing> PaymentPlugin::createProcessor(QString &error) const
 {
     AbstractPaymentProcessing *processor = nullptr;
-    const bool invoked = QMetaObject::invokeMethod(
-        m_factory, "getObject", Qt::DirectConnection,
-        Q_RETURN_ARG(AbstractPaymentProcessing *, processor));
+    const bool invoked =
+        QMetaObject::invokeMethod(m_factory, "getObject", Qt::DirectConnection,
+                                  Q_RETURN_ARG(AbstractPaymentProcessing *, processor));
     if (!invoked || !processor) {
         error = u"the plug-in's factory %1 gave no processor"_s.arg(
             QString::fromLatin1(m_factory->metaObject()->className()));
