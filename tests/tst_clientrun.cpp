@@ -1,6 +1,7 @@
 // Running the payment client: command lines, failures, progress, pacing and interruption.
 
 #include "processorfixture.h"
+#include "sigintcounter.h"
 
 #include <basicexception.h>
 #include <session.h>
@@ -11,7 +12,6 @@
 #include <QRegularExpression>
 #include <QTest>
 
-#include <csignal>
 #include <thread>
 
 using namespace Qt::Literals::StringLiterals;
@@ -19,13 +19,6 @@ using namespace std::chrono_literals;
 using Arguments = InpasPaymentProcessing::Arguments;
 
 namespace {
-
-volatile sig_atomic_t ownInterrupts = 0;
-
-void countInterrupt(int)
-{
-    ownInterrupts = ownInterrupts + 1;
-}
 
 double now()
 {
@@ -214,13 +207,7 @@ void tst_ClientRun::failedRunIsPacedToo()
 
 void tst_ClientRun::interruptReachesTheRunningClientOnly()
 {
-    struct sigaction action = {};
-    struct sigaction previous = {};
-    action.sa_handler = countInterrupt;
-    sigemptyset(&action.sa_mask);
-    ::sigaction(SIGINT, &action, &previous);
-    ownInterrupts = 0;
-
+    const SigintCounter ownInterrupts;
     ProcessorFixture f;
     f.client.setBehaviour("trap 'echo {\\\"Status\\\":53}; exit 0' INT\n"
                           "sleep 5 & wait\n"
@@ -241,8 +228,7 @@ void tst_ClientRun::interruptReachesTheRunningClientOnly()
     // The client has ended: a late interruption signals nobody.
     f.processor->interruptPayment();
     QTest::qWait(50);
-    ::sigaction(SIGINT, &previous, nullptr);
-    QCOMPARE(int(ownInterrupts), 0);
+    QCOMPARE(ownInterrupts.count(), 0);
 }
 
 QTEST_GUILESS_MAIN(tst_ClientRun)

@@ -1,5 +1,7 @@
 // The terminal emulator, as the plug-in reads it through posctl, and its own command line.
 
+#include "programrun.h"
+
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -15,36 +17,6 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-struct Run
-{
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-    QJsonObject json() const { return QJsonDocument::fromJson(out).object(); }
-    QString message() const
-    {
-        return json().value("message"_L1).toObject().value("text"_L1).toString();
-    }
-    QString slips() const
-    {
-        QStringList all;
-        for (const QJsonValue &slip : json().value("slips"_L1).toArray())
-            all.append(slip.toString());
-        return all.join(u'\n');
-    }
-};
-
-Run execute(const QString &program, const QStringList &arguments, const QString &directory)
-{
-    QProcess process;
-    process.setWorkingDirectory(directory);
-    process.start(program, arguments);
-    if (!process.waitForFinished(30000))
-        process.kill();
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-            process.readAllStandardOutput(), process.readAllStandardError()};
-}
-
 // A fresh copy of the processing directory that the build lays out, made quick.
 class Till
 {
@@ -57,7 +29,8 @@ public:
         config.open(QIODevice::ReadOnly);
         QByteArray text = config.readAll();
         text.replace("intervalBetweenOperations=1", "intervalBetweenOperations=0");
-        text.replace("readDelayMs=1000", QByteArray("readDelayMs=" + QByteArray::number(readDelayMs)));
+        text.replace("readDelayMs=1000",
+                     QByteArray("readDelayMs=" + QByteArray::number(readDelayMs)));
         QFile copy(m_dir.filePath(u"zelnorinpas.conf"_s));
         copy.open(QIODevice::WriteOnly);
         copy.write(text);
@@ -65,15 +38,15 @@ public:
 
     QString directory() const { return m_dir.path(); }
 
-    Run posctl(const QStringList &arguments) const
+    ProgramRun posctl(const QStringList &arguments) const
     {
-        return execute(QStringLiteral(POSCTL_PATH),
-                       QStringList{u"--json"_s, u"--dir"_s, m_dir.path()} + arguments,
-                       m_dir.path());
+        return ProgramRun::run(QStringLiteral(POSCTL_PATH),
+                               QStringList{u"--json"_s, u"--dir"_s, m_dir.path()} + arguments,
+                               m_dir.path());
     }
-    Run client(const QStringList &arguments) const
+    ProgramRun client(const QStringList &arguments) const
     {
-        return execute(m_dir.filePath(u"zelnorinpas"_s), arguments, m_dir.path());
+        return ProgramRun::run(m_dir.filePath(u"zelnorinpas"_s), arguments, m_dir.path());
     }
 
 private:
@@ -111,14 +84,14 @@ void tst_Emulator::testAmounts_data()
     QTest::newRow("refund approved") << u"refund"_s << u"50000"_s << 1 << 0 << u"ОДОБРЕНО"_s << 2;
     QTest::newRow("cancel approved") << u"cancel"_s << u"150000"_s << 1 << 0 << u"ОДОБРЕНО"_s << 2;
     QTest::newRow("05 refused") << u"sale"_s << u"250005"_s << 16 << 1 << u"ОТКАЗ"_s << 1;
-    QTest::newRow("51 not enough money") << u"sale"_s << u"10051"_s << 16 << 3
-                                         << u"НЕДОСТАТОЧНО СРЕДСТВ"_s << 1;
-    QTest::newRow("34 no connection") << u"sale"_s << u"10034"_s << 34 << 1 << u"Нет соединения"_s
-                                      << 0;
-    QTest::newRow("53 interrupted") << u"refund"_s << u"10053"_s << 53 << 1
-                                    << u"Операция прервана"_s << 0;
-    QTest::newRow("96 no PIN pad") << u"sale"_s << u"10096"_s << -1 << 1
-                                   << u"Нет связи с пин-падом\n"_s << 0;
+    QTest::newRow("51 not enough money")
+        << u"sale"_s << u"10051"_s << 16 << 3 << u"НЕДОСТАТОЧНО СРЕДСТВ"_s << 1;
+    QTest::newRow("34 no connection")
+        << u"sale"_s << u"10034"_s << 34 << 1 << u"Нет соединения"_s << 0;
+    QTest::newRow("53 interrupted")
+        << u"refund"_s << u"10053"_s << 53 << 1 << u"Операция прервана"_s << 0;
+    QTest::newRow("96 no PIN pad")
+        << u"sale"_s << u"10096"_s << -1 << 1 << u"Нет связи с пин-падом\n"_s << 0;
     QTest::newRow("97 not JSON") << u"sale"_s << u"10097"_s << 0 << 1
                                  << u"Транзакция не выполнена"_s << 0;
     QTest::newRow("98 crash") << u"sale"_s << u"10098"_s << -1 << 1 << u"Ошибка процесса оплаты"_s
@@ -130,7 +103,7 @@ void tst_Emulator::testAmounts()
     QFETCH(QString, command);
     QFETCH(QString, amount);
     const Till till;
-    const Run run = till.posctl({command, amount, u"--merchant"_s, u"M1"_s});
+    const ProgramRun run = till.posctl({command, amount, u"--merchant"_s, u"M1"_s});
     const QJsonObject answer = run.json();
     QTEST(answer.value("status"_L1).toInt(), "status");
     QTEST(answer.value("result"_L1).toInt(), "result");
@@ -167,7 +140,7 @@ void tst_Emulator::interruptedCardRead()
     const Till till(5000);
     QElapsedTimer clock;
     clock.start();
-    const Run run = till.posctl({u"--interrupt-after"_s, u"300"_s, u"sale"_s, u"1000"_s});
+    const ProgramRun run = till.posctl({u"--interrupt-after"_s, u"300"_s, u"sale"_s, u"1000"_s});
     QVERIFY(clock.elapsed() < 3000);
     QCOMPARE(run.exitCode, 1);
     QCOMPARE(run.json().value("status"_L1).toInt(), 53);
@@ -184,7 +157,7 @@ void tst_Emulator::dayAndReconciliation()
     QCOMPARE(till.posctl({u"sale"_s, u"30000"_s, u"--merchant"_s, u"M2"_s}).exitCode, 0);
 
     // One entity first: only its operations, and they leave the period.
-    Run run = till.posctl({u"reconcile"_s, u"--merchant"_s, u"M2"_s});
+    ProgramRun run = till.posctl({u"reconcile"_s, u"--merchant"_s, u"M2"_s});
     QCOMPARE(run.exitCode, 0);
     QVERIFY(run.slips().contains(u"ИТОГО:                            300.00"_s));
     QVERIFY(!run.slips().contains(u"2499.00"_s));
@@ -211,21 +184,23 @@ void tst_Emulator::reportsCopyAndBalance()
     till.posctl({u"sale"_s, u"12300"_s});
     till.posctl({u"sale"_s, u"45600"_s});
 
-    const Run full = till.posctl({u"report"_s});
+    const ProgramRun full = till.posctl({u"report"_s});
     QCOMPARE(full.exitCode, 0);
     QCOMPARE(full.slips().count(u" ОПЛАТА *"_s), 2);
-    const Run brief = till.posctl({u"short-report"_s});
+    const ProgramRun brief = till.posctl({u"short-report"_s});
     QVERIFY(brief.slips().contains(u"579.00"_s));
     QCOMPARE(brief.slips().count(u" ОПЛАТА *"_s), 0);
     // Reports do not end the period.
-    QVERIFY(till.posctl({u"report"_s, u"--merchant"_s, u"000000000012345"_s}).slips().contains(u"579.00"_s));
+    QVERIFY(till.posctl({u"report"_s, u"--merchant"_s, u"000000000012345"_s})
+                .slips()
+                .contains(u"579.00"_s));
 
-    const Run copy = till.posctl({u"copy"_s});
+    const ProgramRun copy = till.posctl({u"copy"_s});
     QCOMPARE(copy.exitCode, 0);
     QVERIFY(copy.slips().contains(u"*** КОПИЯ ***"_s));
     QVERIFY(copy.slips().contains(u"456.00"_s));
 
-    const Run balance = till.posctl({u"balance"_s});
+    const ProgramRun balance = till.posctl({u"balance"_s});
     QCOMPARE(balance.exitCode, 0);
     QCOMPARE(balance.json().value("accountBalance"_L1).toDouble(), 100000.0);
 }
@@ -233,22 +208,23 @@ void tst_Emulator::reportsCopyAndBalance()
 void tst_Emulator::sbpStaysOpen()
 {
     const Till till;
-    const Run pay = till.posctl({u"-v"_s, u"sbp-pay"_s, u"99900"_s, u"--form-text"_s, u"1"_s,
-                                 u"--form-number"_s, u"12"_s, u"--form-seq"_s, u"345"_s,
-                                 u"--form-time"_s, u"2024-03-05T14:07:09"_s});
+    const ProgramRun pay = till.posctl({u"-v"_s, u"sbp-pay"_s, u"99900"_s, u"--form-text"_s, u"1"_s,
+                                        u"--form-number"_s, u"12"_s, u"--form-seq"_s, u"345"_s,
+                                        u"--form-time"_s, u"2024-03-05T14:07:09"_s});
     QCOMPARE(pay.exitCode, 0);
     // The start and two open queries, then the approval.
     QCOMPARE(pay.err.count("paymentStatusSbp"), 3);
     QCOMPARE(pay.json().value("authorizationCode"_L1).toString(), u"0100120000345050324140709"_s);
     QVERIFY(!pay.slips().isEmpty());
 
-    const Run refund = till.posctl({u"-v"_s, u"sbp-refund"_s, u"99900"_s, u"--rrn"_s, u"RRN"_s});
+    const ProgramRun refund =
+        till.posctl({u"-v"_s, u"sbp-refund"_s, u"99900"_s, u"--rrn"_s, u"RRN"_s});
     QCOMPARE(refund.exitCode, 0);
     QCOMPARE(refund.err.count("returnStatusSbp"), 3);
     QCOMPARE(refund.json().value("additionalData"_L1).toString(),
              u"{\"paymentMethod\":\"SbpPinPad\"}"_s);
 
-    const Run refused = till.posctl({u"sbp-pay"_s, u"10005"_s});
+    const ProgramRun refused = till.posctl({u"sbp-pay"_s, u"10005"_s});
     QCOMPARE(refused.exitCode, 1);
     QCOMPARE(refused.message(), u"ОТКАЗ"_s);
 }
@@ -262,7 +238,8 @@ void tst_Emulator::badCommandLines_data()
     QTest::newRow("option without value") << QStringList{u"1"_s, u"-a"_s};
     QTest::newRow("unknown option") << QStringList{u"4"_s, u"-x"_s, u"5"_s};
     QTest::newRow("amount not a number") << QStringList{u"1"_s, u"-a"_s, u"abc"_s};
-    QTest::newRow("SBP function of another operation") << QStringList{u"4"_s, u"-f"_s, u"paymentSbp"_s};
+    QTest::newRow("SBP function of another operation")
+        << QStringList{u"4"_s, u"-f"_s, u"paymentSbp"_s};
     QTest::newRow("unknown SBP function") << QStringList{u"1"_s, u"-f"_s, u"pay"_s};
 }
 
@@ -270,7 +247,7 @@ void tst_Emulator::badCommandLines()
 {
     QFETCH(QStringList, arguments);
     const Till till;
-    const Run run = till.client(arguments);
+    const ProgramRun run = till.client(arguments);
     QCOMPARE(run.exitCode, 2);
     QVERIFY(run.out.isEmpty());
     QCOMPARE(run.err.count('\n'), 1);

@@ -229,12 +229,11 @@ void tst_Operations::approvedSaleCarriesTheCard()
 void tst_Operations::balanceAndReportSlips()
 {
     ProcessorFixture f;
-    QLoggingCategory::setFilterRules(u"inpas.info=false\ninpas.debug=false"_s);
+    const QuietLog quiet;
     f.client.setAnswers({R"({"Status":1,"balance":1500.5})",
                          R"({"Status":1,"ReceiptData":"0xDF^1^a~0xDF^1^b~0xDF^1^c~"})"});
     QCOMPARE(f.processor->balance(QString()).accountBalance, 1500.5);
     QCOMPARE(f.processor->printReport().slips.size(), 3);
-    QLoggingCategory::setFilterRules(QString());
 }
 
 void tst_Operations::qrEnvelopeLengths_data()

@@ -1,9 +1,14 @@
 // The plug-in as the host sees it: loaded by Qt's plug-in loader from the built module.
 
+#include "sigintcounter.h"
+
 #include <abstractpaymentprocessing.h>
 #include <basicpaymentprocessing.h>
 
+#include <QFileInfo>
 #include <QJsonObject>
+#include <QLibraryInfo>
+#include <QProcess>
 #include <QLibrary>
 #include <QPluginLoader>
 #include <QPointer>
@@ -11,21 +16,9 @@
 #include <QTest>
 #include <QtEndian>
 
-#include <csignal>
 #include <memory>
 
 using namespace Qt::Literals::StringLiterals;
-
-namespace {
-
-volatile sig_atomic_t interrupts = 0;
-
-void countInterrupt(int)
-{
-    interrupts = interrupts + 1;
-}
-
-} // namespace
 
 class tst_Plugin : public QObject
 {
@@ -34,6 +27,7 @@ class tst_Plugin : public QObject
 private Q_SLOTS:
     void initTestCase();
     void metadata();
+    void metadataWithoutLoading();
     void factoryMetaObject();
     void processorsAreIndependent();
     void metaCasts_data();
@@ -75,6 +69,22 @@ void tst_Plugin::metadata()
     QCOMPARE(meta.value("IID"_L1).toString(), u"InpasPaymentProcessingRegisterFactory"_s);
     QCOMPARE(meta.value("className"_L1).toString(), u"InpasPaymentProcessingFactory"_s);
     QVERIFY(meta.value("MetaData"_L1).toObject().isEmpty());
+}
+
+// What a host's tools read from the file without loading it.
+void tst_Plugin::metadataWithoutLoading()
+{
+    const QString tool =
+        QLibraryInfo::path(QLibraryInfo::BinariesPath) + u"/qtplugininfo"_s;
+    if (!QFileInfo::exists(tool))
+        QSKIP("qtplugininfo is not installed");
+    QProcess info;
+    info.start(tool, {u"-p"_s, u"iid"_s, u"-p"_s, u"classname"_s,
+                      QFileInfo(QStringLiteral(INPAS_PLUGIN_PATH)).absoluteFilePath()});
+    QVERIFY(info.waitForFinished());
+    QCOMPARE(info.readAllStandardOutput().trimmed(),
+             QByteArray("IID \"InpasPaymentProcessingRegisterFactory\" class "
+                        "InpasPaymentProcessingFactory"));
 }
 
 void tst_Plugin::factoryMetaObject()
@@ -222,19 +232,12 @@ void tst_Plugin::paymentAndCancelTypes()
 void tst_Plugin::interruptWithoutClientSignalsNothing()
 {
     // A process id of 0 would signal our own process group, this test included.
-    struct sigaction action = {};
-    struct sigaction previous = {};
-    action.sa_handler = countInterrupt;
-    sigemptyset(&action.sa_mask);
-    QCOMPARE(::sigaction(SIGINT, &action, &previous), 0);
-    interrupts = 0;
-
+    const SigintCounter interrupts;
     auto processor = create();
     QVERIFY(processor->interruptPayment());
     QVERIFY(processor->interruptPayment());
     QTest::qWait(50);
-    ::sigaction(SIGINT, &previous, nullptr);
-    QCOMPARE(int(interrupts), 0);
+    QCOMPARE(interrupts.count(), 0);
 }
 
 QTEST_GUILESS_MAIN(tst_Plugin)

@@ -1,36 +1,19 @@
 // posctl end to end: the real plug-in, loaded as the host loads it, against fake clients.
 
 #include "fakeclient.h"
+#include "programrun.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTest>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-struct Run
+ProgramRun posctl(const QStringList &arguments, const QByteArray &input = {})
 {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-
-    QJsonObject json() const { return QJsonDocument::fromJson(out).object(); }
-};
-
-Run posctl(const QStringList &arguments, const QByteArray &input = {})
-{
-    QProcess process;
-    process.start(QStringLiteral(POSCTL_PATH), arguments);
-    process.write(input);
-    process.closeWriteChannel();
-    if (!process.waitForFinished(60000))
-        process.kill();
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-            process.readAllStandardOutput(), process.readAllStandardError()};
+    return ProgramRun::run(QStringLiteral(POSCTL_PATH), arguments, {}, input);
 }
 
 QStringList withDir(const FakeClient &client, QStringList arguments)
@@ -66,7 +49,7 @@ private Q_SLOTS:
 void tst_Posctl::options()
 {
     FakeClient client;
-    const Run run = posctl(withDir(client, {u"options"_s}));
+    const ProgramRun run = posctl(withDir(client, {u"options"_s}));
     QCOMPARE(run.exitCode, 0);
     QCOMPARE(run.out, QByteArray("{\"payment\":[4,8,8192,32768,524288],\"processing\":[1,7],"
                                  "\"paymentEnable\":[1,2,3],\"cancelEnable\":[1]}\n"));
@@ -82,7 +65,7 @@ void tst_Posctl::reconcileWithMerchant()
     client.setConfig(fastConfig);
     client.setAnswer(R"({"Status":1,"TextResponse":"Сверка итогов выполнена",)"
                      R"("ReceiptData":"0xDF^1^ИТОГИ~"})");
-    const Run run = posctl(withDir(client, {u"reconcile"_s, u"--merchant"_s, u"1234567"_s}));
+    const ProgramRun run = posctl(withDir(client, {u"reconcile"_s, u"--merchant"_s, u"1234567"_s}));
     QCOMPARE(run.exitCode, 0);
     QCOMPARE(client.arguments(1), (QStringList{u"4"_s, u"-t"_s, u"1234567"_s}));
     QCOMPARE(client.workingDirectory(1), client.directory());
@@ -135,7 +118,7 @@ void tst_Posctl::commandLines()
     FakeClient client;
     client.setConfig(fastConfig);
     client.setAnswer(R"({"Status":1})");
-    const Run run = posctl(withDir(client, command));
+    const ProgramRun run = posctl(withDir(client, command));
     QVERIFY2(run.exitCode == 0, run.err.constData());
     QCOMPARE(client.runCount(), 1);
     QTEST(client.arguments(1), "arguments");
@@ -166,9 +149,9 @@ void tst_Posctl::sbpPayment()
     client.setConfig(fastConfig);
     client.setAnswers(
         {R"({"Status":0})", R"({"Status":0})", R"({"Status":1,"AuthorizationCode":"777"})"});
-    const Run run = posctl(withDir(client, {u"sbp-pay"_s, u"1000"_s, u"--form-text"_s, u"1"_s,
-                                            u"--form-number"_s, u"12"_s, u"--form-seq"_s, u"345"_s,
-                                            u"--form-time"_s, u"2024-03-05T14:07:09"_s}));
+    const ProgramRun run = posctl(withDir(
+        client, {u"sbp-pay"_s, u"1000"_s, u"--form-text"_s, u"1"_s, u"--form-number"_s, u"12"_s,
+                 u"--form-seq"_s, u"345"_s, u"--form-time"_s, u"2024-03-05T14:07:09"_s}));
     QCOMPARE(run.exitCode, 0);
     QCOMPARE(client.runCount(), 3);
     const QJsonObject answer = run.json();
@@ -180,7 +163,7 @@ void tst_Posctl::sbpPayment()
 void tst_Posctl::scanParams()
 {
     FakeClient client;
-    const Run run = posctl(withDir(client, {u"scan-params"_s}));
+    const ProgramRun run = posctl(withDir(client, {u"scan-params"_s}));
     QCOMPARE(run.exitCode, 0);
     const QJsonObject params = run.json();
     QCOMPARE(params.value("patterns"_L1).toArray(), (QJsonArray{u"hQVDUFY.*"_s}));
@@ -196,7 +179,7 @@ void tst_Posctl::humanOutput()
     client.setConfig(fastConfig);
     client.setAnswer(R"({"Status":1,"TextResponse":"ОДОБРЕНО","CardType":"VISA",)"
                      R"("PAN":"************1234","ReceiptData":"0xDF^1^ЧЕК\nстрока~"})");
-    const Run run = posctl({u"--dir"_s, client.directory(), u"sale"_s, u"100"_s});
+    const ProgramRun run = posctl({u"--dir"_s, client.directory(), u"sale"_s, u"100"_s});
     QCOMPARE(run.exitCode, 0);
     const QString out = QString::fromUtf8(run.out);
     QVERIFY(out.startsWith(u"ОДОБРЕНО\n"_s));
@@ -204,7 +187,8 @@ void tst_Posctl::humanOutput()
     QVERIFY(out.contains(u"│ ЧЕК    │\n│ строка │"_s));
     QVERIFY(run.err.isEmpty()); // no log without -v, no progress bar without a terminal
 
-    const Run verbose = posctl({u"-v"_s, u"--dir"_s, client.directory(), u"sale"_s, u"100"_s});
+    const ProgramRun verbose =
+        posctl({u"-v"_s, u"--dir"_s, client.directory(), u"sale"_s, u"100"_s});
     QVERIFY(verbose.err.contains("Оплата/возврат"));
 }
 
@@ -213,7 +197,8 @@ void tst_Posctl::interruptAfter()
     FakeClient client;
     client.setConfig(fastConfig);
     client.setBehaviour("trap 'echo {\\\"Status\\\":53}; exit 0' INT\nsleep 10 & wait");
-    const Run run = posctl(withDir(client, {u"--interrupt-after"_s, u"300"_s, u"sale"_s, u"1"_s}));
+    const ProgramRun run =
+        posctl(withDir(client, {u"--interrupt-after"_s, u"300"_s, u"sale"_s, u"1"_s}));
     QCOMPARE(run.exitCode, 1);
     QCOMPARE(run.json().value("message"_L1).toObject().value("text"_L1).toString(),
              u"Операция прервана"_s);
@@ -244,7 +229,7 @@ void tst_Posctl::batch()
                              second.directory().toUtf8() +
                              "\n"
                              "sale 5\n";
-    const Run run = posctl({u"--dir"_s, first.directory(), u"batch"_s}, input);
+    const ProgramRun run = posctl({u"--dir"_s, first.directory(), u"batch"_s}, input);
     const QList<QByteArray> lines = run.out.trimmed().split('\n');
     QCOMPARE(lines.size(), 9);
     QCOMPARE(lines.at(1), "{\"setDir\":\"" + first.directory().toUtf8() + "\"}");
@@ -259,7 +244,7 @@ void tst_Posctl::batch()
 void tst_Posctl::batchStopsAtBadLine()
 {
     FakeClient client;
-    const Run run =
+    const ProgramRun run =
         posctl({u"--dir"_s, client.directory(), u"batch"_s}, "options\nsale\noptions\n");
     QCOMPARE(run.exitCode, 2);
     QCOMPARE(run.out.count('\n'), 1);
@@ -296,7 +281,7 @@ void tst_Posctl::errors()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QByteArray, message);
-    const Run run = posctl(arguments);
+    const ProgramRun run = posctl(arguments);
     QCOMPARE(run.exitCode, 2);
     QVERIFY(run.out.isEmpty());
     QVERIFY2(run.err.startsWith("posctl: ") && run.err.contains(message), run.err.constData());

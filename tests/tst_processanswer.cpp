@@ -8,17 +8,6 @@
 
 using namespace Qt::Literals::StringLiterals;
 
-namespace {
-
-// Silences the processor's info and debug lines for the tests that look only at answers.
-struct QuietLog
-{
-    QuietLog() { QLoggingCategory::setFilterRules(u"inpas.info=false\ninpas.debug=false"_s); }
-    ~QuietLog() { QLoggingCategory::setFilterRules(QString()); }
-};
-
-} // namespace
-
 class tst_ProcessAnswer : public QObject
 {
     Q_OBJECT

@@ -49,12 +49,6 @@ QByteArray sequence(const QList<QByteArray> &answers)
     return script + "esac\n";
 }
 
-struct QuietLog
-{
-    QuietLog() { QLoggingCategory::setFilterRules(u"inpas.info=false\ninpas.debug=false"_s); }
-    ~QuietLog() { QLoggingCategory::setFilterRules(QString()); }
-};
-
 } // namespace
 
 class tst_Sbp : public QObject

@@ -4,7 +4,20 @@
 
 #include <plugin/inpaspaymentprocessing.h>
 
+#include <QLoggingCategory>
+
 #include <memory>
+
+// Silences the processor's info and debug lines, for tests that look only at answers; the
+// lines themselves are checked where they are the subject.
+struct QuietLog
+{
+    QuietLog()
+    {
+        QLoggingCategory::setFilterRules(QStringLiteral("inpas.info=false\ninpas.debug=false"));
+    }
+    ~QuietLog() { QLoggingCategory::setFilterRules(QString()); }
+};
 
 // A processor pointed at a fake client, with no pause between runs unless the configuration
 // asks for one. The construction and the directory change log nothing.

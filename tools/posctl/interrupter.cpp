@@ -20,10 +20,15 @@ constexpr char quitByte = 'q';
 void Interrupter::onSignal(int)
 {
     // Only async-signal-safe calls here.
-    if (!operationRunning.load() || presses.fetch_add(1) > 0)
+    if (!operationRunning.load() || presses.fetch_add(1) > 0) {
+        [[maybe_unused]] const ssize_t n = ::write(STDERR_FILENO, "\n", 1);
         _exit(130);
+    }
+    static const char note[] =
+        "\nposctl: asking the terminal to interrupt the operation (Ctrl+C again to quit)\n";
+    [[maybe_unused]] const ssize_t n = ::write(STDERR_FILENO, note, sizeof note - 1);
     const char byte = interruptByte;
-    [[maybe_unused]] const ssize_t n = ::write(signalPipe[1], &byte, 1);
+    [[maybe_unused]] const ssize_t m = ::write(signalPipe[1], &byte, 1);
 }
 
 Interrupter::Interrupter()
