@@ -62,10 +62,10 @@ QByteArray InpasPaymentProcessing::executeCommand(int operationCode, const Argum
                                                   std::chrono::seconds timeout)
 {
     const QStringList argumentList = commandLine(operationCode, arguments);
-    ExternalProcessThread runner(u"./zelnorinpas"_s, argumentList, timeout, processingDirectory);
-
     ProgressIndicator *progress = hostInstance<Session>().progress();
+    // Declared before the runner, so that it outlives the runner's thread that counts with it.
     int counter = 1;
+    ExternalProcessThread runner(u"./zelnorinpas"_s, argumentList, timeout, processingDirectory);
     runner.createTimer([&counter, progress] {
         progress->setValue(counter);
         if (counter <= 99)
