@@ -7,11 +7,11 @@
 
 #include <QFileInfo>
 #include <QJsonObject>
-#include <QLibraryInfo>
-#include <QProcess>
 #include <QLibrary>
+#include <QLibraryInfo>
 #include <QPluginLoader>
 #include <QPointer>
+#include <QProcess>
 #include <QResource>
 #include <QTest>
 #include <QtEndian>
@@ -34,7 +34,7 @@ private Q_SLOTS:
     void metaCasts();
     void interfaceCastsAgree();
     void resourceIsRegisteredOnLoad();
-    void resourceFunctionsAreExported();
+    void functionsAreExported();
     void optionsAfterConstruction();
     void paymentAndCancelTypes_data();
     void paymentAndCancelTypes();
@@ -74,8 +74,7 @@ void tst_Plugin::metadata()
 // What a host's tools read from the file without loading it.
 void tst_Plugin::metadataWithoutLoading()
 {
-    const QString tool =
-        QLibraryInfo::path(QLibraryInfo::BinariesPath) + u"/qtplugininfo"_s;
+    const QString tool = QLibraryInfo::path(QLibraryInfo::BinariesPath) + u"/qtplugininfo"_s;
     if (!QFileInfo::exists(tool))
         QSKIP("qtplugininfo is not installed");
     QProcess info;
@@ -174,7 +173,7 @@ void tst_Plugin::resourceIsRegisteredOnLoad()
     QCOMPARE(int(png.at(25)), 6); // RGBA
 }
 
-void tst_Plugin::resourceFunctionsAreExported()
+void tst_Plugin::functionsAreExported()
 {
     QLibrary library(QStringLiteral(INPAS_PLUGIN_PATH));
     using ResourceFunction = int (*)();
@@ -185,6 +184,18 @@ void tst_Plugin::resourceFunctionsAreExported()
     QCOMPARE(init(), 1);
     QCOMPARE(cleanup(), 1);
     QCOMPARE(init(), 1); // registered again for the other tests
+
+    // The BER-TLV codec is offered to other programs under its C++ names.
+    using Parse = QMap<QString, QByteArray> (*)(const QByteArray &);
+    using Generate = QByteArray (*)(const QString &, const QByteArray &);
+    using IsComplex = bool (*)(const QString &);
+    auto parse = reinterpret_cast<Parse>(library.resolve("_ZN3tlv11parseBerTlvERK10QByteArray"));
+    auto generate = reinterpret_cast<Generate>(
+        library.resolve("_ZN3tlv17generateBerTlvTagERK7QStringRK10QByteArray"));
+    auto isComplex = reinterpret_cast<IsComplex>(library.resolve("_ZN3tlv9isComplexERK7QString"));
+    QVERIFY(parse && generate && isComplex);
+    QCOMPARE(parse(generate(u"9F02"_s, "\x01\x02")).value(u"9F02"_s), QByteArray("\x01\x02"));
+    QVERIFY(isComplex(u"F6"_s));
 }
 
 void tst_Plugin::optionsAfterConstruction()
