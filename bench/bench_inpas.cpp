@@ -44,7 +44,8 @@ private Q_SLOTS:
 void BenchInpas::receiptScanner()
 {
     const QString text = receipt(20);
-    QBENCHMARK {
+    QBENCHMARK
+    {
         scanReceiptRecords(text);
     }
 }
@@ -54,7 +55,8 @@ void BenchInpas::receiptPatternBadInput()
 {
     const QString text = QString(5000, u'a') + u"^b"_s;
     QRegExp pattern(u"([^\\^]+)\\^([^\\^]*)\\^([^~]*)~"_s);
-    QBENCHMARK {
+    QBENCHMARK
+    {
         pattern.indexIn(text, 0);
     }
 }
@@ -62,7 +64,8 @@ void BenchInpas::receiptPatternBadInput()
 void BenchInpas::receiptScannerBadInput()
 {
     const QString text = QString(5000, u'a') + u"^b"_s;
-    QBENCHMARK {
+    QBENCHMARK
+    {
         scanReceiptRecords(text);
     }
 }
@@ -70,10 +73,12 @@ void BenchInpas::receiptScannerBadInput()
 void BenchInpas::processAnswer()
 {
     InpasPaymentProcessing processor;
-    const QByteArray output = QByteArray(R"({"Status":1,"TextResponse":"ОДОБРЕНО","CardType":"VISA",)"
-                                         R"("PAN":"************1234","ReceiptData":")")
-        + receipt(2).replace(u'\n', u"\\n"_s).toUtf8() + "\"}";
-    QBENCHMARK {
+    const QByteArray output =
+        QByteArray(R"({"Status":1,"TextResponse":"ОДОБРЕНО","CardType":"VISA",)"
+                   R"("PAN":"************1234","ReceiptData":")") +
+        receipt(2).replace(u'\n', u"\\n"_s).toUtf8() + "\"}";
+    QBENCHMARK
+    {
         processor.processAnswer(output, nullptr);
     }
 }
@@ -83,7 +88,8 @@ void BenchInpas::parseBerTlv()
     QByteArray data;
     for (int i = 0; i < 100; ++i)
         data += tlv::generateBerTlvTag(u"DF%1"_s.arg(i % 64 + 0x40, 2, 16), QByteArray(200, 'v'));
-    QBENCHMARK {
+    QBENCHMARK
+    {
         tlv::parseBerTlv(data);
     }
 }
@@ -98,7 +104,8 @@ void BenchInpas::clientRun()
     client.close();
     InpasPaymentProcessing processor;
     processor.setProcessingDirectory(dir.path());
-    QBENCHMARK {
+    QBENCHMARK
+    {
         processor.executeCommand(15, {}, 10s);
     }
 }

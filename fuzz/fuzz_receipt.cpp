@@ -11,8 +11,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     qsizetype covered = 0;
     for (const ReceiptRecord &record : scanReceiptRecords(text)) {
         covered += record.tag.size() + record.field.size() + record.text.size() + 3;
-        if (record.tag.isEmpty() || record.tag.contains(u'^') || record.field.contains(u'^')
-            || record.text.contains(u'~'))
+        if (record.tag.isEmpty() || record.tag.contains(u'^') || record.field.contains(u'^') ||
+            record.text.contains(u'~'))
             std::abort();
     }
     if (covered > text.size())

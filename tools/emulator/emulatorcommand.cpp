@@ -5,11 +5,10 @@
 
 using namespace Qt::Literals::StringLiterals;
 
-bool EmulatorCommand::parse(const QStringList &arguments, EmulatorCommand &command,
-                            QString &error)
+bool EmulatorCommand::parse(const QStringList &arguments, EmulatorCommand &command, QString &error)
 {
-    static const QSet<int> codes{Sale, Refund, Cancel, Reconciliation, ShortReport, SlipCopy,
-                                 FullReport, Balance};
+    static const QSet<int> codes{Sale,        Refund,   Cancel,     Reconciliation,
+                                 ShortReport, SlipCopy, FullReport, Balance};
     static const QSet<QString> names{u"-a"_s, u"-c"_s, u"-d"_s, u"-e"_s,
                                      u"-f"_s, u"-o"_s, u"-r"_s, u"-t"_s};
     if (arguments.isEmpty()) {
@@ -47,8 +46,9 @@ bool EmulatorCommand::parse(const QStringList &arguments, EmulatorCommand &comma
         }
     }
     const QString function = command.option(u"-f"_s);
-    const bool needsAmount = command.code <= Cancel
-        && (function.isEmpty() || function == "paymentSbp"_L1 || function == "returnSbp"_L1);
+    const bool needsAmount =
+        command.code <= Cancel &&
+        (function.isEmpty() || function == "paymentSbp"_L1 || function == "returnSbp"_L1);
     if (needsAmount) {
         const QString amount = command.option(u"-a"_s);
         amount.toLongLong(&ok, 10);

@@ -21,8 +21,7 @@ Journal Journal::load(const QString &path)
     for (const QJsonValue &v : root.value("entries"_L1).toArray()) {
         const QJsonObject o = v.toObject();
         journal.entries.append({o.value("operation"_L1).toString(),
-                                o.value("amount"_L1).toInteger(),
-                                o.value("merchant"_L1).toString(),
+                                o.value("amount"_L1).toInteger(), o.value("merchant"_L1).toString(),
                                 o.value("authorizationCode"_L1).toString(),
                                 o.value("referenceNumber"_L1).toString(),
                                 o.value("cardType"_L1).toString(), o.value("pan"_L1).toString(),
@@ -31,10 +30,9 @@ Journal Journal::load(const QString &path)
     const QJsonObject pending = root.value("pending"_L1).toObject();
     for (auto it = pending.begin(); it != pending.end(); ++it) {
         const QJsonObject o = it.value().toObject();
-        journal.pending.insert(it.key(), {o.value("operation"_L1).toString(),
-                                          o.value("amount"_L1).toInteger(),
-                                          o.value("merchant"_L1).toString(),
-                                          o.value("queriesLeft"_L1).toInt()});
+        journal.pending.insert(
+            it.key(), {o.value("operation"_L1).toString(), o.value("amount"_L1).toInteger(),
+                       o.value("merchant"_L1).toString(), o.value("queriesLeft"_L1).toInt()});
     }
     return journal;
 }
@@ -59,8 +57,10 @@ bool Journal::save(const QString &path) const
                                                    {u"merchant"_s, it->merchant},
                                                    {u"queriesLeft"_s, it->queriesLeft}});
     }
-    const QJsonObject root{{u"sequence"_s, m_sequence}, {u"period"_s, period},
-                           {u"lastSlip"_s, lastSlip}, {u"entries"_s, entryList},
+    const QJsonObject root{{u"sequence"_s, m_sequence},
+                           {u"period"_s, period},
+                           {u"lastSlip"_s, lastSlip},
+                           {u"entries"_s, entryList},
                            {u"pending"_s, pendingObject}};
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))

@@ -53,8 +53,7 @@ int main(int argc, char *argv[])
     }
 
     const QDir here = QDir::current();
-    const EmulatorSettings settings =
-        EmulatorSettings::read(here.filePath(u"zelnorinpas.conf"_s));
+    const EmulatorSettings settings = EmulatorSettings::read(here.filePath(u"zelnorinpas.conf"_s));
     const QString journalPath = here.filePath(QString::fromLatin1(Journal::fileName));
     Journal journal = Journal::load(journalPath);
 

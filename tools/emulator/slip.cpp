@@ -31,6 +31,6 @@ QString Slip::money(qint64 amount)
 {
     const QString sign = amount < 0 ? QStringLiteral("-") : QString();
     const quint64 magnitude = amount < 0 ? quint64(0) - quint64(amount) : quint64(amount);
-    return sign + QString::number(magnitude / 100) + u'.'
-        + QString::number(magnitude % 100).rightJustified(2, u'0');
+    return sign + QString::number(magnitude / 100) + u'.' +
+           QString::number(magnitude % 100).rightJustified(2, u'0');
 }

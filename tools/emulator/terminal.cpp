@@ -29,8 +29,10 @@ const QString approvedText = u"ОДОБРЕНО"_s;
 QString operationTitle(const QString &operation)
 {
     static const QHash<QString, QString> titles{
-        {u"sale"_s, u"ОПЛАТА"_s},          {u"refund"_s, u"ВОЗВРАТ"_s},
-        {u"cancel"_s, u"ОТМЕНА"_s},        {u"sbp-sale"_s, u"ОПЛАТА СБП"_s},
+        {u"sale"_s, u"ОПЛАТА"_s},
+        {u"refund"_s, u"ВОЗВРАТ"_s},
+        {u"cancel"_s, u"ОТМЕНА"_s},
+        {u"sbp-sale"_s, u"ОПЛАТА СБП"_s},
         {u"sbp-refund"_s, u"ВОЗВРАТ СБП"_s},
     };
     return titles.value(operation, operation);
@@ -43,8 +45,7 @@ Terminal::Terminal(const EmulatorSettings &settings, Journal &journal,
     : m_settings(settings)
     , m_journal(journal)
     , m_interrupted(interrupted)
-{
-}
+{}
 
 EmulatorAnswer Terminal::run(const EmulatorCommand &command)
 {
@@ -82,7 +83,8 @@ Slip Terminal::header(const QString &merchant) const
         .center(m_settings.merchantAddress)
         .pair(u"ТЕРМИНАЛ:"_s, m_settings.terminalId)
         .pair(u"МЕРЧАНТ:"_s, merchant)
-        .pair(u"ДАТА: "_s + now.toString(u"dd.MM.yyyy"_s), u"ВРЕМЯ: "_s + now.toString(u"hh:mm:ss"_s))
+        .pair(u"ДАТА: "_s + now.toString(u"dd.MM.yyyy"_s),
+              u"ВРЕМЯ: "_s + now.toString(u"hh:mm:ss"_s))
         .rule();
     return slip;
 }
@@ -107,8 +109,8 @@ EmulatorAnswer Terminal::cardOperation(const EmulatorCommand &command)
         return {EmulatorAnswer::Answer,
                 QJsonObject{{u"Status"_s, 53}, {u"TextResponse"_s, u"ОПЕРАЦИЯ ПРЕРВАНА"_s}}};
     }
-    return finish({kind, operationTitle(kind), command.option(u"-a"_s).toLongLong(),
-                   merchantOf(command)});
+    return finish(
+        {kind, operationTitle(kind), command.option(u"-a"_s).toLongLong(), merchantOf(command)});
 }
 
 EmulatorAnswer Terminal::finish(const Operation &operation)
@@ -153,8 +155,8 @@ EmulatorAnswer Terminal::finish(const Operation &operation)
                             {u"TextResponse"_s, text},
                             {u"CardType"_s, cardType},
                             {u"PAN"_s, pan},
-                            {u"ReceiptData"_s, QString(receiptRecord(u"0xDE"_s, 0, cardType)
-                                                          + receiptRecord(u"0xDF"_s, 1, slip.text()))}}};
+                            {u"ReceiptData"_s, QString(receiptRecord(u"0xDE"_s, 0, cardType) +
+                                                       receiptRecord(u"0xDF"_s, 1, slip.text()))}}};
     }
 
     const QString authorization = QString::number(100000 + (n * 7919) % 900000);
@@ -187,9 +189,9 @@ EmulatorAnswer Terminal::finish(const Operation &operation)
                         {u"ReferenceNumber"_s, reference},
                         {u"CardType"_s, cardType},
                         {u"PAN"_s, pan},
-                        {u"ReceiptData"_s, QString(receiptRecord(u"0xDE"_s, 0, cardType)
-                                                      + receiptRecord(u"0xDF"_s, 1, customer)
-                                                      + receiptRecord(u"0xDF"_s, 2, merchant))}}};
+                        {u"ReceiptData"_s, QString(receiptRecord(u"0xDE"_s, 0, cardType) +
+                                                   receiptRecord(u"0xDF"_s, 1, customer) +
+                                                   receiptRecord(u"0xDF"_s, 2, merchant))}}};
 }
 
 EmulatorAnswer Terminal::sbpOperation(const EmulatorCommand &command)
@@ -199,21 +201,24 @@ EmulatorAnswer Terminal::sbpOperation(const EmulatorCommand &command)
     const bool start = function == (payment ? "paymentSbp"_L1 : "returnSbp"_L1);
     // The payment's status query names the form in "-c", the refund's in "-r".
     const QString formId = start || !payment
-        ? (command.option(u"-r"_s).isEmpty() ? command.option(u"-c"_s) : command.option(u"-r"_s))
-        : command.option(u"-c"_s);
+                               ? (command.option(u"-r"_s).isEmpty() ? command.option(u"-c"_s)
+                                                                    : command.option(u"-r"_s))
+                               : command.option(u"-c"_s);
     const QString waiting = payment ? u"ОЖИДАНИЕ ОПЛАТЫ ПО QR-КОДУ"_s : u"ОЖИДАНИЕ ВОЗВРАТА"_s;
 
     if (formId.isEmpty())
-        return {EmulatorAnswer::Answer,
-                QJsonObject{{u"Status"_s, 16}, {u"TextResponse"_s, u"НЕ ЗАДАН ИДЕНТИФИКАТОР ФОРМЫ"_s}}};
+        return {
+            EmulatorAnswer::Answer,
+            QJsonObject{{u"Status"_s, 16}, {u"TextResponse"_s, u"НЕ ЗАДАН ИДЕНТИФИКАТОР ФОРМЫ"_s}}};
 
     if (start) {
         m_journal.pending.insert(formId, {payment ? u"sbp-sale"_s : u"sbp-refund"_s,
-                                          command.option(u"-a"_s).toLongLong(),
-                                          merchantOf(command), m_settings.pendingSbpQueries});
-        return {EmulatorAnswer::Answer,
-                QJsonObject{{u"Status"_s, 0}, {u"ResponseCodeHost"_s, 0},
-                            {u"TextResponse"_s, waiting}, {u"ReferenceNumber"_s, formId}}};
+                                          command.option(u"-a"_s).toLongLong(), merchantOf(command),
+                                          m_settings.pendingSbpQueries});
+        return {EmulatorAnswer::Answer, QJsonObject{{u"Status"_s, 0},
+                                                    {u"ResponseCodeHost"_s, 0},
+                                                    {u"TextResponse"_s, waiting},
+                                                    {u"ReferenceNumber"_s, formId}}};
     }
 
     auto it = m_journal.pending.find(formId);
@@ -222,9 +227,9 @@ EmulatorAnswer Terminal::sbpOperation(const EmulatorCommand &command)
                 QJsonObject{{u"Status"_s, 16}, {u"TextResponse"_s, u"ОПЕРАЦИЯ НЕ НАЙДЕНА"_s}}};
     if (it->queriesLeft > 0) {
         --it->queriesLeft;
-        return {EmulatorAnswer::Answer,
-                QJsonObject{{u"Status"_s, 0}, {u"ResponseCodeHost"_s, 0},
-                            {u"TextResponse"_s, waiting}}};
+        return {EmulatorAnswer::Answer, QJsonObject{{u"Status"_s, 0},
+                                                    {u"ResponseCodeHost"_s, 0},
+                                                    {u"TextResponse"_s, waiting}}};
     }
     const PendingSbp pending = *it;
     m_journal.pending.erase(it);
@@ -246,8 +251,8 @@ QString Terminal::totals(const QList<JournalEntry> &entries, bool listEach) cons
         int salesCount = 0, refundsCount = 0, cancelsCount = 0;
         for (const JournalEntry &e : it.value()) {
             if (listEach)
-                slip.pair(e.time.toString(u"hh:mm"_s) + u' ' + operationTitle(e.operation)
-                              + u" *"_s + e.pan.right(4),
+                slip.pair(e.time.toString(u"hh:mm"_s) + u' ' + operationTitle(e.operation) +
+                              u" *"_s + e.pan.right(4),
                           Slip::money(e.amount));
             if (e.operation.endsWith("sale"_L1)) {
                 sales += e.amount;
@@ -273,7 +278,9 @@ QString Terminal::totals(const QList<JournalEntry> &entries, bool listEach) cons
 EmulatorAnswer Terminal::serviceAnswer(const QString &text, const QString &slip)
 {
     return {EmulatorAnswer::Answer,
-            QJsonObject{{u"Status"_s, 1}, {u"ResponseCodeHost"_s, 0}, {u"TextResponse"_s, text},
+            QJsonObject{{u"Status"_s, 1},
+                        {u"ResponseCodeHost"_s, 0},
+                        {u"TextResponse"_s, text},
                         {u"ReceiptData"_s, receiptRecord(u"0xDF"_s, 1, slip)}}};
 }
 
@@ -318,7 +325,8 @@ EmulatorAnswer Terminal::slipCopy()
     mark.center(u"*** КОПИЯ ***"_s);
     const QString copy = mark.text() + u'\n' + m_journal.lastSlip;
     return {EmulatorAnswer::Answer,
-            QJsonObject{{u"Status"_s, 1}, {u"ResponseCodeHost"_s, 0},
+            QJsonObject{{u"Status"_s, 1},
+                        {u"ResponseCodeHost"_s, 0},
                         {u"TextResponse"_s, approvedText},
                         {u"ReceiptData"_s, receiptRecord(u"0xDF"_s, 1, copy)}}};
 }

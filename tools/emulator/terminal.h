@@ -13,11 +13,11 @@
 struct EmulatorAnswer
 {
     enum Kind {
-        Answer,      // prints the JSON answer, exit status 0
-        Hang,        // never ends by itself: the time-out path
-        FailExit,    // a line on stderr and exit status 1
-        NotJson,     // prints text that is not JSON
-        Crash,       // aborts
+        Answer,   // prints the JSON answer, exit status 0
+        Hang,     // never ends by itself: the time-out path
+        FailExit, // a line on stderr and exit status 1
+        NotJson,  // prints text that is not JSON
+        Crash,    // aborts
     };
     Kind kind = Answer;
     QJsonObject json;

@@ -134,11 +134,11 @@ QString Formatter::answerText(const PaymentProcessingAnswer &answer)
         out += u"  account balance:    %1\n"_s.arg(answer.accountBalance, 0, 'f', 2);
     if (answer.paymentMode != 0)
         out += u"  payment mode:       %1\n"_s.arg(answer.paymentMode);
-    if (!answer.additionalData.isEmpty())
-        out += u"  additional data:    %1\n"_s.arg(answer.additionalData);
     for (qsizetype i = 0; i < answer.slips.size(); ++i)
         out +=
             u"\nslip %1 of %2\n"_s.arg(i + 1).arg(answer.slips.size()) + framed(answer.slips.at(i));
+    if (!answer.additionalData.isEmpty())
+        out += u"\nadditional data: %1\n"_s.arg(answer.additionalData);
     return out;
 }
 
