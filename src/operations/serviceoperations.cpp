@@ -16,7 +16,7 @@ enum OperationCode {
 
 InpasPaymentProcessing::Arguments merchantArguments(const QString &merchantId)
 {
-    return {{u"-t"_s, merchantId.isNull() ? u""_s : merchantId}};
+    return {{u"-t"_s, merchantId}};
 }
 
 } // namespace

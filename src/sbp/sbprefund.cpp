@@ -15,7 +15,7 @@ InpasPaymentProcessing::cancelByQRCodeOnPinPad(const PaymentProcessingRequest &r
     Arguments arguments = getArguments(request, QString());
     arguments.insert(u"-f"_s, u"returnSbp"_s);
     arguments.insert(u"-r"_s, id);
-    arguments.insert(u"-c"_s, request.referenceNumber.isNull() ? u""_s : request.referenceNumber);
+    arguments.insert(u"-c"_s, request.referenceNumber);
     PaymentProcessingAnswer answer = waitAndExecuteOperation(sbpRefundCode, arguments, nullptr);
 
     if (answer.status == 0) {
