@@ -69,6 +69,9 @@ CommandRunner::Outcome CommandRunner::answerOutcome(const PaymentProcessingAnswe
     Outcome outcome;
     outcome.json = Formatter::answerJson(answer);
     outcome.text = Formatter::answerText(answer);
+    if (answer.message.id() == "inpasPaymentProcessingStartError"_L1)
+        outcome.text += u"hint: the processing directory has no runnable ./zelnorinpas; "
+                        u"choose one with --dir DIR\n"_s;
     switch (answer.result) {
     case PaymentProcessingAnswer::Success:
         outcome.exitCode = 0;
