@@ -198,7 +198,7 @@ void tst_Posctl::interruptAfter()
     client.setConfig(fastConfig);
     client.setBehaviour("trap 'echo {\\\"Status\\\":53}; exit 0' INT\nsleep 10 & wait");
     const ProgramRun run =
-        posctl(withDir(client, {u"--interrupt-after"_s, u"300"_s, u"sale"_s, u"1"_s}));
+        posctl(withDir(client, {u"--interrupt-after"_s, u"1000"_s, u"sale"_s, u"1"_s}));
     QCOMPARE(run.exitCode, 1);
     QCOMPARE(run.json().value("message"_L1).toObject().value("text"_L1).toString(),
              u"Операция прервана"_s);
