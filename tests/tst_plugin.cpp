@@ -35,7 +35,6 @@ private Q_SLOTS:
     void interfaceCastsAgree();
     void resourceIsRegisteredOnLoad();
     void functionsAreExported();
-    void optionsAfterConstruction();
     void paymentAndCancelTypes_data();
     void paymentAndCancelTypes();
     void interruptWithoutClientSignalsNothing();
@@ -196,23 +195,6 @@ void tst_Plugin::functionsAreExported()
     QVERIFY(parse && generate && isComplex);
     QCOMPARE(parse(generate(u"9F02"_s, "\x01\x02")).value(u"9F02"_s), QByteArray("\x01\x02"));
     QVERIFY(isComplex(u"F6"_s));
-}
-
-void tst_Plugin::optionsAfterConstruction()
-{
-    auto processor = create();
-    for (quint32 bit = 1; bit != 0 && bit <= (1u << 30); bit <<= 1) {
-        const bool expected =
-            bit == 4 || bit == 8 || bit == 0x2000 || bit == 0x8000 || bit == 0x80000;
-        QCOMPARE(processor->checkOption(static_cast<EPaymentProcessingOption::Option>(bit)),
-                 expected);
-    }
-    for (int option = 0; option < 32; ++option) {
-        // No configuration in the default directory: scanning on cancel defaults to on,
-        // interruption to off.
-        const bool expected = option == 1 || option == 7;
-        QCOMPARE(processor->checkOption(static_cast<processing::Option>(option)), expected);
-    }
 }
 
 void tst_Plugin::paymentAndCancelTypes_data()
