@@ -200,10 +200,7 @@ EmulatorAnswer Terminal::sbpOperation(const EmulatorCommand &command)
     const bool payment = command.code == EmulatorCommand::Sale;
     const bool start = function == (payment ? "paymentSbp"_L1 : "returnSbp"_L1);
     // The payment's status query names the form in "-c", the refund's in "-r".
-    const QString formId = start || !payment
-                               ? (command.option(u"-r"_s).isEmpty() ? command.option(u"-c"_s)
-                                                                    : command.option(u"-r"_s))
-                               : command.option(u"-c"_s);
+    const QString formId = command.option(payment && !start ? u"-c"_s : u"-r"_s);
     const QString waiting = payment ? u"ОЖИДАНИЕ ОПЛАТЫ ПО QR-КОДУ"_s : u"ОЖИДАНИЕ ВОЗВРАТА"_s;
 
     if (formId.isEmpty())
