@@ -45,7 +45,8 @@ private Q_SLOTS:
     void progress();
     void pacing();
     void failedRunIsPacedToo();
-    void interruptReachesTheRunningClientOnly();
+    void interruption_data();
+    void interruption();
 };
 
 void tst_ClientRun::commandLines_data()
@@ -193,32 +194,61 @@ void tst_ClientRun::failedRunIsPacedToo()
     QVERIFY(f.client.startTime(2) >= stamped + 1.0 - 0.05);
 }
 
-void tst_ClientRun::interruptReachesTheRunningClientOnly()
+void tst_ClientRun::interruption_data()
 {
+    QTest::addColumn<QString>("operations");
+    QTest::addColumn<int>("quickRuns"); // runs that answer at once; later ones wait for SIGINT
+    QTest::addColumn<QByteArray>("quickAnswer");
+    QTest::addColumn<QString>("interruptAfter"); // the record the cashier waits for
+    QTest::addColumn<int>("runs");
+    QTest::addColumn<int>("status");
+    QTest::newRow("while the client runs")
+        << u"sale"_s << 0 << QByteArray() << u"ready.1"_s << 1 << 53;
+    QTest::newRow("in the pause before a status query")
+        << u"sbp"_s << 1 << QByteArray(R"({"Status":0})") << u"done.1"_s << 2 << 53;
+    // Kept in the second sale's pause, never due since its client ends at once, and gone with
+    // that sale: the third sale's client is not signalled.
+    QTest::newRow("not past the end of its operation")
+        << u"three sales"_s << 2 << QByteArray(R"({"Status":1})") << u"done.1"_s << 3 << 1;
+}
+
+// An interrupt reaches the operation's running client, or its next one after a pause, and
+// never a later operation or any other process.
+void tst_ClientRun::interruption()
+{
+    QFETCH(QString, operations);
+    QFETCH(int, quickRuns);
+    QFETCH(QByteArray, quickAnswer);
+    QFETCH(QString, interruptAfter);
     const SigintCounter ownInterrupts;
-    ProcessorFixture f;
+    ProcessorFixture f("[Client]\nintervalBetweenOperations=1\n");
     f.client.setBehaviour("trap 'echo {\\\"Status\\\":53}; exit 0' INT\n"
-                          "sleep 5 & wait\n"
+                          "touch \"$R/ready.$n\"\n"
+                          "if [ $n -le " +
+                          QByteArray::number(quickRuns) + " ]; then echo '" + quickAnswer +
+                          "'; touch \"$R/done.$n\"; exit 0; fi\n"
+                          "sleep 1 & wait\n"
                           "echo '{\"Status\":1}'");
-    ProcessorFixture::expectAnyRuns(1);
-    QTest::ignoreMessage(QtInfoMsg, "Оплата/возврат");
+    const QuietLog quiet;
     PaymentProcessingRequest request;
     request.type = PaymentProcessingRequest::Sale;
+
     std::thread cashier([&] {
-        // Once the client has recorded its start, its trap is set a moment later.
-        for (int i = 0; i < 500 && f.client.runCount() == 0; ++i)
-            std::this_thread::sleep_for(10ms);
-        std::this_thread::sleep_for(200ms);
+        f.client.waitForRecord(interruptAfter);
+        std::this_thread::sleep_for(100ms);
         f.processor->interruptPayment();
     });
-    const PaymentProcessingAnswer answer = f.processor->payment(request);
+    PaymentProcessingAnswer answer;
+    if (operations == "sbp"_L1) {
+        answer = f.processor->paymentByQRCodeOnPinPad(request);
+    } else {
+        const int sales = operations == "sale"_L1 ? 1 : 3;
+        for (int i = 0; i < sales; ++i)
+            answer = f.processor->payment(request);
+    }
     cashier.join();
-    QCOMPARE(answer.status, 53);
-    QCOMPARE(answer.message.ru(), u"Операция прервана"_s);
-
-    // The client has ended: a late interruption signals nobody.
-    f.processor->interruptPayment();
-    QTest::qWait(50);
+    QTEST(f.client.runCount(), "runs");
+    QTEST(answer.status, "status");
     QCOMPARE(ownInterrupts.count(), 0);
 }
 

@@ -19,7 +19,6 @@ private Q_SLOTS:
     void retry_data();
     void retry();
     void logLines();
-    void cardNumberStaysOutOfTheLog();
     void additionalData_data();
     void additionalData();
 };
@@ -203,20 +202,6 @@ void tst_ProcessAnswer::logLines()
     QTest::ignoreMessage(QtWarningMsg,
                          "Нет завершающего символа '~'! Добавление '~' в конце поля.");
     QVERIFY(f.processor->processAnswer(R"({"ReceiptData":""})", nullptr).slips.isEmpty());
-}
-
-void tst_ProcessAnswer::cardNumberStaysOutOfTheLog()
-{
-    ProcessorFixture f;
-    const QByteArray output =
-        R"({"Status":1,"PAN":"4111111111111111","ReceiptData":"0xDF^1^Карта 4111111111111111~"})";
-    ProcessorFixture::expectAnswerLine(1, u""_s, 0, u""_s, u"************1111"_s);
-    QTest::ignoreMessage(QtDebugMsg, "Слипы: 0xDF^1^Карта ************1111~");
-    QTest::ignoreMessage(QtInfoMsg, "Получен слип: 'Карта ************1111'");
-    const PaymentProcessingAnswer answer = f.processor->processAnswer(output, nullptr);
-    // The host still gets the number and the slip as the client sent them.
-    QCOMPARE(answer.pan, u"4111111111111111"_s);
-    QCOMPARE(answer.slips, (QList<QString>{u"Карта 4111111111111111"_s}));
 }
 
 void tst_ProcessAnswer::additionalData_data()

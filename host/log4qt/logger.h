@@ -22,6 +22,9 @@ public:
     QString name() const { return m_name; }
     const QLoggingCategory &category() const { return m_category; }
 
+    bool isDebugEnabled() const { return m_category.isDebugEnabled(); }
+    bool isInfoEnabled() const { return m_category.isInfoEnabled(); }
+
     void debug(const QString &message) const;
     void info(const QString &message) const;
     void warn(const QString &message) const;

@@ -1,8 +1,6 @@
-#include "answer/panmask.h"
+#include "answer/cardmask.h"
 #include "answer/receiptrecord.h"
 #include "plugin/inpaspaymentprocessing.h"
-
-#include <log4qt/logger.h>
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -70,24 +68,24 @@ PaymentProcessingAnswer InpasPaymentProcessing::processAnswer(const QByteArray &
     if (answer.result == PaymentProcessingAnswer::Failure && answer.message.isEmpty())
         answer.message = statusMessage(status);
 
-    logger->info(u"Операция выполнена. Статус='%1', Сообщение='%2', Тип карты='%3', "
-                 u"Номер карты='%4' ID операции='%5', Код авторизации='%6', Код ответа='%7'"_s.arg(
-                     QString::number(answer.status), answer.message.ru(), answer.cardType,
-                     maskCardNumbers(answer.pan), answer.referenceNumber, answer.authorizationCode,
-                     QString::number(hostCode)));
+    logger.info(u"Операция выполнена. Статус='%1', Сообщение='%2', Тип карты='%3', "
+                u"Номер карты='%4' ID операции='%5', Код авторизации='%6', Код ответа='%7'"_s.arg(
+                    QString::number(answer.status), answer.message.ru(), answer.cardType,
+                    CardMask::pan(answer.pan), answer.referenceNumber, answer.authorizationCode,
+                    QString::number(hostCode)));
 
     if (object.contains("ReceiptData"_L1)) {
         QString receipt = textField(object, "ReceiptData"_L1);
-        logger->debug(u"Слипы: %1"_s.arg(maskCardNumbers(receipt)));
+        logger.debug(u"Слипы: %1"_s.arg(receipt));
         if (!receipt.endsWith(u'~')) {
             receipt.append(u'~');
-            logger->warn(u"Нет завершающего символа '~'! Добавление '~' в конце поля."_s);
+            logger.warn(u"Нет завершающего символа '~'! Добавление '~' в конце поля."_s);
         }
         QList<QString> slips;
         for (const ReceiptRecord &record : scanReceiptRecords(receipt)) {
             if (record.tag == "0xDF"_L1 || record.tag == "0xDA"_L1) {
                 slips.append(record.text);
-                logger->info(u"Получен слип: '%1'"_s.arg(maskCardNumbers(record.text)));
+                logger.info(u"Получен слип: '%1'"_s.arg(record.text));
             } else if (record.tag == "0xDE"_L1 && answer.cardType.isEmpty()) {
                 answer.cardType = record.text;
             }

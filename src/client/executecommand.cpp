@@ -1,15 +1,16 @@
-#include "answer/panmask.h"
+#include "answer/cardmask.h"
 #include "plugin/inpaspaymentprocessing.h"
 
 #include <basicexception.h>
 #include <externalprocessthread.h>
-#include <log4qt/logger.h>
 #include <session.h>
 #include <singleton.h>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
+
+const QString customerQrOption = u"-d"_s;
 
 // The operation code first, then each option in the map's order followed by its value; an
 // option whose value is a null variant goes without one.
@@ -22,6 +23,17 @@ QStringList commandLine(int operationCode, const InpasPaymentProcessing::Argumen
             list.append(it.value().toString());
     }
     return list;
+}
+
+// The command line as the log shows it: the customer's QR code carries card data, so only
+// its length is shown.
+QString loggedCommandLine(QStringList list)
+{
+    for (qsizetype i = 1; i + 1 < list.size(); ++i) {
+        if (list.at(i) == customerQrOption)
+            list[i + 1] = u"<QR %1 bytes>"_s.arg(list.at(i + 1).size());
+    }
+    return list.join(u' ');
 }
 
 tr::Tr runFailure(int error)
@@ -40,24 +52,6 @@ tr::Tr runFailure(int error)
 
 } // namespace
 
-// Publishes the running client's id for interruptPayment() and withdraws it before the runner
-// (declared earlier, so destroyed later) reaps the ended client.
-class InpasPaymentProcessing::ClientIdScope
-{
-public:
-    ClientIdScope(InpasPaymentProcessing &processor, qint64 pid)
-        : m_processor(processor)
-    {
-        m_processor.setClientProcessId(pid);
-    }
-    ~ClientIdScope() { m_processor.setClientProcessId(0); }
-    ClientIdScope(const ClientIdScope &) = delete;
-    ClientIdScope &operator=(const ClientIdScope &) = delete;
-
-private:
-    InpasPaymentProcessing &m_processor;
-};
-
 QByteArray InpasPaymentProcessing::executeCommand(int operationCode, const Arguments &arguments,
                                                   std::chrono::seconds timeout)
 {
@@ -66,18 +60,21 @@ QByteArray InpasPaymentProcessing::executeCommand(int operationCode, const Argum
     // Declared before the runner, so that it outlives the runner's thread that counts with it.
     int counter = 1;
     ExternalProcessThread runner(u"./zelnorinpas"_s, argumentList, timeout, processingDirectory);
-    runner.createTimer([&counter, progress] {
+    runner.createTimer([this, &counter, progress] {
         progress->setValue(counter);
         if (counter <= 99)
             ++counter;
+        interruption.deliverKept();
     });
 
-    logger->debug(
-        u"Рабочий каталог: %1; аргументы: %2"_s.arg(processingDirectory, argumentList.join(u' ')));
+    if (logger.isDebugEnabled())
+        logger.debug(u"Рабочий каталог: %1; аргументы: %2"_s.arg(processingDirectory,
+                                                                 loggedCommandLine(argumentList)));
     progress->setValue(0);
 
     runner.start();
-    const ClientIdScope clientId(*this, runner.processId());
+    // Withdrawn before the runner (declared earlier, so destroyed later) reaps the client.
+    const ClientInterruption::Client client(interruption, runner.processId());
     if (!runner.exec())
         throw BasicException(runFailure(runner.error()));
 
@@ -86,6 +83,7 @@ QByteArray InpasPaymentProcessing::executeCommand(int operationCode, const Argum
         throw BasicException(tr::Tr(tr::undefined, runner.standardError()));
 
     const QString output = runner.standardOutput();
-    logger->debug(u"Ответ процессинга: %1"_s.arg(maskCardNumbers(output)));
+    if (logger.isDebugEnabled())
+        logger.debug(u"Ответ процессинга: %1"_s.arg(CardMask::panMembers(output)));
     return output.toUtf8();
 }

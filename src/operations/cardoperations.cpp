@@ -1,7 +1,5 @@
 #include "plugin/inpaspaymentprocessing.h"
 
-#include <log4qt/logger.h>
-
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -14,7 +12,8 @@ constexpr int customerQrPaymentMode = 2;
 
 PaymentProcessingAnswer InpasPaymentProcessing::payment(const PaymentProcessingRequest &request)
 {
-    logger->info(u"Оплата/возврат"_s);
+    const ClientInterruption::Operation operation(interruption);
+    logger.info(u"Оплата/возврат"_s);
     PaymentProcessingAnswer answer;
     const QString qrCode = customerQr(request);
     const Arguments arguments = getArguments(request, qrCode);
@@ -39,7 +38,8 @@ PaymentProcessingAnswer InpasPaymentProcessing::payment(const PaymentProcessingR
 
 PaymentProcessingAnswer InpasPaymentProcessing::cancel(const PaymentProcessingRequest &request)
 {
-    logger->info(u"Отмена операции"_s);
+    const ClientInterruption::Operation operation(interruption);
+    logger.info(u"Отмена операции"_s);
     const Arguments arguments = getArguments(request, customerQr(request));
     return waitAndExecuteOperation(CancelCode, arguments, nullptr);
 }

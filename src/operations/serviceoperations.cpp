@@ -1,7 +1,5 @@
 #include "plugin/inpaspaymentprocessing.h"
 
-#include <log4qt/logger.h>
-
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -26,42 +24,49 @@ InpasPaymentProcessing::Arguments merchantArguments(const QString &merchantId)
 
 PaymentProcessingAnswer InpasPaymentProcessing::checkTotals(int)
 {
-    logger->info(u"Сверка итогов"_s);
+    const ClientInterruption::Operation operation(interruption);
+    logger.info(u"Сверка итогов"_s);
     return waitAndExecuteOperation(ReconciliationCode, {}, nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::checkTotalsByMerchantId(const QString &merchantId)
 {
-    logger->info(u"Сверка итогов для юр. лица(merchantId = %1)"_s.arg(merchantId));
+    const ClientInterruption::Operation operation(interruption);
+    logger.info(u"Сверка итогов для юр. лица(merchantId = %1)"_s.arg(merchantId));
     return waitAndExecuteOperation(ReconciliationCode, merchantArguments(merchantId), nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::printCopy(int)
 {
-    logger->info(u"Печать копии слипа"_s);
+    const ClientInterruption::Operation operation(interruption);
+    logger.info(u"Печать копии слипа"_s);
     return waitAndExecuteOperation(SlipCopyCode, {}, nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::printReport()
 {
-    logger->info(u"Печать полного отчета"_s);
+    const ClientInterruption::Operation operation(interruption);
+    logger.info(u"Печать полного отчета"_s);
     return waitAndExecuteOperation(FullReportCode, {}, nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::printReportByMerchantId(const QString &merchantId)
 {
-    logger->info(u"Печать полного отчета для юр. лица(merchantId = %1)"_s.arg(merchantId));
+    const ClientInterruption::Operation operation(interruption);
+    logger.info(u"Печать полного отчета для юр. лица(merchantId = %1)"_s.arg(merchantId));
     return waitAndExecuteOperation(FullReportCode, merchantArguments(merchantId), nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::printShortReport()
 {
-    logger->info(u"Печать краткого отчета"_s);
+    const ClientInterruption::Operation operation(interruption);
+    logger.info(u"Печать краткого отчета"_s);
     return waitAndExecuteOperation(ShortReportCode, {}, nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::balance(const QString &)
 {
-    logger->info(u"Запрос состояния счета"_s);
+    const ClientInterruption::Operation operation(interruption);
+    logger.info(u"Запрос состояния счета"_s);
     return waitAndExecuteOperation(BalanceCode, {}, nullptr);
 }

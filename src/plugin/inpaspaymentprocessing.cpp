@@ -2,9 +2,6 @@
 
 #include <log4qt/logmanager.h>
 
-#include <csignal>
-#include <sys/types.h>
-
 using namespace Qt::Literals::StringLiterals;
 
 InpasPaymentProcessing::InpasPaymentProcessing(QObject *parent)
@@ -35,15 +32,6 @@ bool InpasPaymentProcessing::isCancelEnable(PaymentProcessingRequest::Type type)
 
 bool InpasPaymentProcessing::interruptPayment()
 {
-    const QMutexLocker lock(&clientMutex);
-    // Zero and negative ids would signal whole process groups.
-    if (clientProcessId > 0)
-        ::kill(static_cast<pid_t>(clientProcessId), SIGINT);
+    interruption.interrupt();
     return true;
-}
-
-void InpasPaymentProcessing::setClientProcessId(qint64 pid)
-{
-    const QMutexLocker lock(&clientMutex);
-    clientProcessId = pid;
 }

@@ -1,21 +1,18 @@
 #pragma once
 
+#include "client/clientinterruption.h"
 #include "config/inpassettings.h"
+#include "plugin/maskinglogger.h"
 
 #include <basicpaymentprocessing.h>
 
 #include <QByteArray>
 #include <QMap>
-#include <QMutex>
 #include <QObject>
 #include <QString>
 #include <QVariant>
 
 #include <chrono>
-
-namespace Log4Qt {
-class Logger;
-}
 
 // The Inpas processor: every payment and service operation runs the vendor's payment client
 // "./zelnorinpas" in the processing directory and turns its JSON answer into the host's answer.
@@ -59,7 +56,8 @@ public:
     // settings of its zelnorinpas.conf on top of what earlier calls read.
     void setProcessingDirectory(const QString &directory) override;
 
-    // Sends SIGINT to the client that is running now, if any, and returns true.
+    // Sends SIGINT to the client that is running now; while the operation has no client
+    // running, keeps the interrupt for its next client (see ClientInterruption). Returns true.
     bool interruptPayment() override;
 
     // The standard argument map of a card operation; "-d" only with a customer code.
@@ -89,13 +87,8 @@ public:
     const InpasSettings &currentSettings() const { return settings; }
 
 private:
-    class ClientIdScope;
-    void setClientProcessId(qint64 pid);
-
-    // Guards clientProcessId, so that a signal never reaches a process id that the client
-    // has given up: the id is cleared under the lock before the ended client is reaped.
-    mutable QMutex clientMutex;
-    qint64 clientProcessId = 0;
-    Log4Qt::Logger *logger = nullptr;
+    // The running client's process id and an interrupt kept for the operation's next client.
+    ClientInterruption interruption;
+    MaskingLogger logger;
     InpasSettings settings;
 };

@@ -20,6 +20,8 @@ QString InpasPaymentProcessing::formId(const PaymentProcessingRequest &request) 
 PaymentProcessingAnswer
 InpasPaymentProcessing::paymentByQRCodeOnPinPad(const PaymentProcessingRequest &request)
 {
+    // Held across the status queries, so that an interrupt between two of them is kept.
+    const ClientInterruption::Operation operation(interruption);
     PaymentProcessingAnswer answer;
     switch (request.type) {
     case PaymentProcessingRequest::Return:

@@ -11,6 +11,7 @@ constexpr int sbpRefundCode = 2;
 PaymentProcessingAnswer
 InpasPaymentProcessing::cancelByQRCodeOnPinPad(const PaymentProcessingRequest &request)
 {
+    const ClientInterruption::Operation operation(interruption);
     const QString id = formId(request);
     Arguments arguments = getArguments(request, QString());
     arguments.insert(u"-f"_s, u"returnSbp"_s);

@@ -1,6 +1,7 @@
 #include "fakeclient.h"
 
 #include <QFile>
+#include <QThread>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -92,6 +93,16 @@ QStringList FakeClient::arguments(int run) const
     for (const QByteArray &item : raw.split('\0'))
         list.append(QString::fromUtf8(item));
     return list;
+}
+
+bool FakeClient::waitForRecord(const QString &name) const
+{
+    for (int waited = 0; waited < 10000; waited += 10) {
+        if (QFile::exists(recordPath(name)))
+            return true;
+        QThread::msleep(10);
+    }
+    return false;
 }
 
 QString FakeClient::workingDirectory(int run) const

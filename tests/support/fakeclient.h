@@ -18,7 +18,8 @@ public:
     // What successive runs print on stdout; the last answer repeats.
     void setAnswers(const QList<QByteArray> &answers);
     void setAnswer(const QByteArray &answer) { setAnswers({answer}); }
-    // Runs this shell code after the run is recorded instead of printing an answer.
+    // Runs this shell code after the run is recorded instead of printing an answer; $R is the
+    // records directory and $n the number of the run.
     void setBehaviour(const QByteArray &shellCode);
     void setConfig(const QByteArray &ini);
     void removeClient();
@@ -28,6 +29,9 @@ public:
     QStringList arguments(int run) const;
     QStringList lastArguments() const { return arguments(runCount()); }
     QString workingDirectory(int run) const;
+    // Waits (up to 10 s, from any thread) until the client has written a record of that name
+    // into its records, as a script written with setBehaviour() does with touch "$R/name".
+    bool waitForRecord(const QString &name) const;
     // Seconds since the epoch, with fractions, when run n started.
     double startTime(int run) const;
 

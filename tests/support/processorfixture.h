@@ -26,7 +26,7 @@ struct ProcessorFixture
     explicit ProcessorFixture(const QByteArray &extraConfig = {});
 
     // Expects the two debug lines of one client run that prints output.
-    static void expectRun(const QString &directory, const QStringList &arguments,
+    static void expectRun(const QString &directory, QStringList arguments,
                           const QByteArray &output);
     // Expects the info line of an answer whose fields are as given.
     static void expectAnswerLine(int status, const QString &message, int hostCode = 0,

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QString>
+
+namespace Log4Qt {
+class Logger;
+}
+
+// The processor's log: Log4Qt's logger "inpas", with every line passed through
+// CardMask::text() first, so that no card number reaches the log whatever a caller formats
+// into a line. A line of a level that is off costs no masking.
+class MaskingLogger
+{
+public:
+    explicit MaskingLogger(Log4Qt::Logger *logger);
+
+    bool isDebugEnabled() const;
+
+    void debug(const QString &message) const;
+    void info(const QString &message) const;
+    void warn(const QString &message) const;
+
+private:
+    Log4Qt::Logger *m_logger;
+};

@@ -1,0 +1,44 @@
+#include "logcapture.h"
+
+#include <QMutex>
+
+namespace {
+
+QMutex mutex;
+QStringList captured;
+QtMessageHandler previous = nullptr;
+
+void capture(QtMsgType, const QMessageLogContext &, const QString &message)
+{
+    const QMutexLocker lock(&mutex);
+    captured.append(message);
+}
+
+} // namespace
+
+LogCapture::LogCapture()
+{
+    const QMutexLocker lock(&mutex);
+    captured.clear();
+    previous = qInstallMessageHandler(capture);
+}
+
+LogCapture::~LogCapture()
+{
+    qInstallMessageHandler(previous);
+}
+
+QStringList LogCapture::lines() const
+{
+    const QMutexLocker lock(&mutex);
+    return captured;
+}
+
+bool LogCapture::contains(const QString &text) const
+{
+    const QMutexLocker lock(&mutex);
+    for (const QString &line : std::as_const(captured))
+        if (line.contains(text))
+            return true;
+    return false;
+}
