@@ -46,27 +46,35 @@ QVariant Config::value(const QString &key) const
     return file->second->value(path);
 }
 
-int Config::getInt(const QString &key, int defaultValue) const
+std::optional<int> Config::toInt(const QVariant &v)
 {
-    const QVariant v = value(key);
-    if (!v.isValid() || v.userType() != QMetaType::QString)
-        return defaultValue;
+    if (v.userType() != QMetaType::QString)
+        return std::nullopt;
     bool ok = false;
     const int number = v.toString().trimmed().toInt(&ok);
-    return ok ? number : defaultValue;
+    return ok ? std::optional<int>(number) : std::nullopt;
 }
 
-bool Config::getBool(const QString &key, bool defaultValue) const
+std::optional<bool> Config::toBool(const QVariant &v)
 {
-    const QVariant v = value(key);
-    if (!v.isValid() || v.userType() != QMetaType::QString)
-        return defaultValue;
+    if (v.userType() != QMetaType::QString)
+        return std::nullopt;
     const QString text = v.toString().trimmed().toLower();
     if (text == "true"_L1 || text == "yes"_L1 || text == "on"_L1 || text == "1"_L1)
         return true;
     if (text == "false"_L1 || text == "no"_L1 || text == "off"_L1 || text == "0"_L1)
         return false;
-    return defaultValue;
+    return std::nullopt;
+}
+
+int Config::getInt(const QString &key, int defaultValue) const
+{
+    return toInt(value(key)).value_or(defaultValue);
+}
+
+bool Config::getBool(const QString &key, bool defaultValue) const
+{
+    return toBool(value(key)).value_or(defaultValue);
 }
 
 QStringList Config::getStringList(const QString &key, const QString &defaultValue) const

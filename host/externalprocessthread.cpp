@@ -1,10 +1,14 @@
 #include "externalprocessthread.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QLoggingCategory>
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
@@ -14,9 +18,44 @@
 
 extern char **environ;
 
+Q_LOGGING_CATEGORY(lcProcess, "zelnorhost.process")
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using namespace Qt::Literals::StringLiterals;
+
+std::atomic<ProcessMonitor *> monitor{nullptr};
+
+// What was missing when a program could not be started, in a few words. posix_spawn says
+// "no such file" both for a missing program and for a script whose interpreter is missing,
+// and for a missing working directory too, so the file system is asked which it was.
+QString startFailureReason(int error, const QString &program, const QString &directory)
+{
+    if (!directory.isEmpty() && !QFileInfo(directory).isDir())
+        return u"no such directory"_s;
+    const QString path = QDir(directory).filePath(program);
+    switch (error) {
+    case ENOENT: {
+        if (!QFileInfo::exists(path))
+            return u"no such file"_s;
+        QFile file(path);
+        QByteArray interpreter;
+        if (file.open(QIODevice::ReadOnly)) {
+            const QByteArray head = file.readLine(256).trimmed();
+            if (head.startsWith("#!"))
+                interpreter = head.mid(2).trimmed().split(' ').value(0);
+        }
+        return QString(u"bad interpreter "_s + QString::fromLocal8Bit(interpreter)).trimmed();
+    }
+    case EACCES:
+        return u"permission denied"_s;
+    case E2BIG:
+        return u"argument list too long"_s;
+    default:
+        return QString::fromLocal8Bit(std::strerror(error));
+    }
+}
 
 int openPidFd(pid_t pid)
 {
@@ -53,6 +92,23 @@ ExternalProcessThread::~ExternalProcessThread()
     }
 }
 
+void ExternalProcessThread::setMonitor(ProcessMonitor *newMonitor)
+{
+    monitor = newMonitor;
+}
+
+void ExternalProcessThread::failStart(int osError)
+{
+    m_error = FailedToStart;
+    m_startErrno = osError;
+    m_startReason = startFailureReason(osError, m_program, m_workingDirectory);
+    qCDebug(lcProcess).noquote() << u"Cannot start %1 in %2: %3 (%4)"_s.arg(
+        m_program, m_workingDirectory, QString::fromLocal8Bit(std::strerror(osError)),
+        m_startReason);
+    if (ProcessMonitor *m = monitor.load())
+        m->failedToStart(m_program, m_workingDirectory, osError, m_startReason);
+}
+
 void ExternalProcessThread::createTimer(const std::function<void()> &callback)
 {
     if (callback)
@@ -67,10 +123,11 @@ void ExternalProcessThread::start()
     int out[2] = {-1, -1};
     int err[2] = {-1, -1};
     if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) {
+        const int osError = errno;
         for (int fd : {out[0], out[1], err[0], err[1]})
             if (fd >= 0)
                 ::close(fd);
-        m_error = FailedToStart;
+        failStart(osError);
         return;
     }
 
@@ -122,7 +179,7 @@ void ExternalProcessThread::start()
     if (rc != 0) {
         ::close(out[0]);
         ::close(err[0]);
-        m_error = FailedToStart;
+        failStart(rc);
         return;
     }
 
@@ -134,6 +191,8 @@ void ExternalProcessThread::start()
     m_pidFd = openPidFd(pid);
     if (m_pidFd >= 0)
         ::fcntl(m_pidFd, F_SETFD, FD_CLOEXEC);
+    if (ProcessMonitor *m = monitor.load())
+        m->started(m_pid, m_program, m_workingDirectory);
     QThread::start();
 }
 
@@ -167,10 +226,13 @@ bool ExternalProcessThread::pollExited(bool block)
     }
     if (info.si_pid == 0)
         return false;
-    if (info.si_code == CLD_EXITED)
+    if (info.si_code == CLD_EXITED) {
         m_exitCode = info.si_status;
-    else if (m_error == NoError)
-        m_error = Crashed;
+    } else {
+        m_signal = info.si_status;
+        if (m_error == NoError)
+            m_error = Crashed;
+    }
     return true;
 }
 
@@ -180,13 +242,14 @@ void ExternalProcessThread::killGroup()
         ::kill(static_cast<pid_t>(m_pid), SIGKILL);
 }
 
-void ExternalProcessThread::readFrom(int &fd, QByteArray &buffer)
+void ExternalProcessThread::readFrom(int &fd, QByteArray &buffer, qint64 &total)
 {
     // Bounded, so that a writer that never pauses cannot keep this thread from its clock.
     char chunk[65536];
     for (int round = 0; round < 16; ++round) {
         const ssize_t n = ::read(fd, chunk, sizeof chunk);
         if (n > 0) {
+            total += n;
             const qsizetype room = maxOutputSize - buffer.size();
             if (room > 0)
                 buffer.append(chunk, std::min<qsizetype>(room, n));
@@ -258,15 +321,49 @@ void ExternalProcessThread::run()
         if (ready <= 0)
             continue;
         if (m_stdoutFd >= 0)
-            readFrom(m_stdoutFd, m_stdout);
+            readFrom(m_stdoutFd, m_stdout, m_stdoutTotal);
         if (m_stderrFd >= 0)
-            readFrom(m_stderrFd, m_stderr);
+            readFrom(m_stderrFd, m_stderr, m_stderrTotal);
     }
 
     // Whatever is still buffered in the pipes belongs to the answer.
     if (m_stdoutFd >= 0)
-        readFrom(m_stdoutFd, m_stdout);
+        readFrom(m_stdoutFd, m_stdout, m_stdoutTotal);
     if (m_stderrFd >= 0)
-        readFrom(m_stderrFd, m_stderr);
+        readFrom(m_stderrFd, m_stderr, m_stderrTotal);
     closeDescriptors();
+    reportEnd();
+}
+
+void ExternalProcessThread::reportEnd()
+{
+    QString how;
+    if (m_error == Timedout)
+        how = u"ran past its time-out of %1 ms and was killed"_s.arg(m_timeout.count());
+    else if (m_error == UnknownError && m_abort)
+        how = u"was killed because its runner was destroyed"_s;
+    else if (m_signal != 0)
+        how = u"was ended by signal %1 (%2)"_s.arg(m_signal).arg(
+            QString::fromLocal8Bit(::strsignal(m_signal)));
+    else if (m_error == NoError)
+        how = u"exited with status %1"_s.arg(m_exitCode);
+    else
+        how = u"ended in a way that could not be learnt"_s;
+    qCDebug(lcProcess).noquote() << u"Process %1 (%2) %3; it wrote %4 bytes to standard output "
+                                    u"and %5 to standard error"_s
+                                        .arg(QString::number(m_pid), m_program, how)
+                                        .arg(m_stdoutTotal)
+                                        .arg(m_stderrTotal);
+    for (const auto &[name, total] : {std::pair{"standard output", m_stdoutTotal},
+                                      std::pair{"standard error", m_stderrTotal}}) {
+        if (total > maxOutputSize)
+            qCWarning(lcProcess).noquote()
+                << u"Process %1 wrote %2 bytes to its %3: only the first %4 (the limit) were kept"_s
+                       .arg(QString::number(m_pid))
+                       .arg(total)
+                       .arg(QLatin1StringView(name))
+                       .arg(maxOutputSize);
+    }
+    if (ProcessMonitor *m = monitor.load())
+        m->finished({m_pid, m_error, m_exitCode, m_signal, m_stdoutTotal, m_stderrTotal});
 }

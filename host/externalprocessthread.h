@@ -1,5 +1,6 @@
 #pragma once
 
+#include "processmonitor.h"
 #include "zelnorhost_global.h"
 
 #include <QByteArray>
@@ -23,6 +24,11 @@
 // abandoned after a short drain. The ended program stays a zombie until the runner is
 // destroyed, so that its process id cannot be reused by another process while the caller may
 // still signal it; the destructor reaps it and leaves no thread or descriptor behind.
+//
+// Each run is logged at debug level in the category "zelnorhost.process": the operating
+// system's reason when the program cannot start, and how it ended (exit status, signal or
+// time-out). Output beyond maxOutputSize is dropped with a warning in the same category. An
+// installed ProcessMonitor hears of every run as well.
 class ZELNORHOST_EXPORT ExternalProcessThread : public QThread
 {
     Q_OBJECT
@@ -50,11 +56,19 @@ public:
     // The callback is called every timerPeriod on the runner's thread while the program runs.
     void createTimer(const std::function<void()> &callback);
 
+    // The monitor of every run in this process (not owned; null for none).
+    static void setMonitor(ProcessMonitor *monitor);
+
     void start();
     qint64 processId() const { return m_pid; }
     // True when the program ran to its end (whatever its exit status).
     bool exec();
     int error() const { return m_error; }
+    // After a failed start: the operating system's error number (errno), and what was missing
+    // in a few words ("no such directory", "no such file", "bad interpreter /usr/bin/x",
+    // "permission denied", "argument list too long", or the system's own text).
+    int startErrorNumber() const { return m_startErrno; }
+    QString startErrorReason() const { return m_startReason; }
     int exitCode() const { return m_exitCode; }
     QString standardOutput() const { return QString::fromUtf8(m_stdout); }
     QString standardError() const { return QString::fromUtf8(m_stderr); }
@@ -65,7 +79,9 @@ protected:
 private:
     bool pollExited(bool block);
     void killGroup();
-    void readFrom(int &fd, QByteArray &buffer);
+    void readFrom(int &fd, QByteArray &buffer, qint64 &total);
+    void failStart(int osError);
+    void reportEnd();
     void closeDescriptors();
 
     QString m_program;
@@ -83,6 +99,11 @@ private:
 
     int m_error = NoError;
     int m_exitCode = 0;
+    int m_signal = 0;
+    int m_startErrno = 0;
+    QString m_startReason;
     QByteArray m_stdout;
     QByteArray m_stderr;
+    qint64 m_stdoutTotal = 0;
+    qint64 m_stderrTotal = 0;
 };

@@ -1,5 +1,7 @@
 #include "inpassettings.h"
 
+#include "settingkeys.h"
+
 #include <config.h>
 
 using namespace Qt::Literals::StringLiterals;
@@ -19,11 +21,13 @@ void addNormalizedTexts(QSet<QString> &set, const QStringList &items)
 
 void InpasSettings::read(const Config &config)
 {
-    notEnoughtBalanceCode = config.getInt(u"inpas.ErrorCodes:notEnoughtBalanceCode"_s, -1);
-    intervalBetweenOperations = config.getInt(u"inpas.Client:intervalBetweenOperations"_s, 2);
+    const SettingKey &notEnough = settingkeys::notEnoughtBalanceCode;
+    notEnoughtBalanceCode = config.getInt(notEnough.configKey(), notEnough.defaultValue);
+    const SettingKey &interval = settingkeys::intervalBetweenOperations;
+    intervalBetweenOperations = config.getInt(interval.configKey(), interval.defaultValue);
 
     const QStringList codes =
-        config.getStringList(u"inpas.Client:returnStatusSbpSuccessCodes"_s, QString());
+        config.getStringList(settingkeys::returnStatusSbpSuccessCodes.configKey(), {});
     for (const QString &item : codes) {
         bool ok = false;
         const int code = item.toInt(&ok, 10);
@@ -32,7 +36,7 @@ void InpasSettings::read(const Config &config)
     }
 
     addNormalizedTexts(successTextResponses,
-                       config.getStringList(u"inpas.Client:successTextResponses"_s, QString()));
+                       config.getStringList(settingkeys::successTextResponses.configKey(), {}));
     addNormalizedTexts(hostCodesResponseToRetry,
-                       config.getStringList(u"inpas.Client:hostCodesResponseToRetry"_s, QString()));
+                       config.getStringList(settingkeys::hostCodesResponseToRetry.configKey(), {}));
 }

@@ -1,3 +1,4 @@
+#include "config/settingkeys.h"
 #include "plugin/inpaspaymentprocessing.h"
 
 #include <config.h>
@@ -16,9 +17,9 @@ void InpasPaymentProcessing::setProcessingDirectory(const QString &directory)
     config.addConfigFile(processingDirectory + u"/zelnorinpas.conf"_s, u"inpas"_s);
 
     setOption(processing::ScanTokenOnCancel,
-              config.getBool(u"inpas.Client:scanTokenOnCancel"_s, true));
+              config.getBool(settingkeys::scanTokenOnCancel.configKey(), true));
     // Interruption, once allowed, stays allowed for the life of the processor.
-    if (config.getBool(u"inpas.Client:allowInterruptPayment"_s, false))
+    if (config.getBool(settingkeys::allowInterruptPayment.configKey(), false))
         setOption(processing::AllowInterruptPayment, true);
 
     settings.read(config);

@@ -20,6 +20,7 @@ EmulatorSettings EmulatorSettings::read(const QString &configPath)
     };
     s.readDelayMs = number(u"Emulator/readDelayMs"_s, s.readDelayMs);
     s.pendingSbpQueries = number(u"Emulator/pendingSbpQueries"_s, s.pendingSbpQueries);
+    s.busyTimeoutMs = number(u"Emulator/busyTimeoutMs"_s, s.busyTimeoutMs);
     s.merchantName = text(u"Emulator/merchantName"_s, s.merchantName);
     s.merchantAddress = text(u"Emulator/merchantAddress"_s, s.merchantAddress);
     s.terminalId = text(u"Emulator/terminalId"_s, s.terminalId);

@@ -8,6 +8,7 @@ struct EmulatorSettings
 {
     int readDelayMs = 1000;
     int pendingSbpQueries = 2;
+    int busyTimeoutMs = 30000;
     QString merchantName = QStringLiteral("ООО \"ТЕСТОВЫЙ МАГАЗИН\"");
     QString merchantAddress = QStringLiteral("г. Москва, ул. Примерная, 1");
     QString terminalId = QStringLiteral("00012345");

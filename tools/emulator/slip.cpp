@@ -1,23 +1,55 @@
 #include "slip.h"
 
+QStringList Slip::wrapped(const QString &text)
+{
+    QStringList lines;
+    for (const QString &paragraph : text.split(u'\n')) {
+        // A line that fits keeps its own spacing (the totals are laid out in columns).
+        if (paragraph.size() <= width) {
+            lines.append(paragraph);
+            continue;
+        }
+        QString current;
+        for (QString word : paragraph.split(u' ', Qt::SkipEmptyParts)) {
+            if (!current.isEmpty() && current.size() + 1 + word.size() <= width) {
+                current += u' ' + word;
+                continue;
+            }
+            if (!current.isEmpty())
+                lines.append(current);
+            while (word.size() > width) {
+                lines.append(word.left(width));
+                word.remove(0, width);
+            }
+            current = word;
+        }
+        lines.append(current);
+    }
+    return lines;
+}
+
 Slip &Slip::center(const QString &text)
 {
-    const qsizetype pad = std::max<qsizetype>(0, (width - text.size()) / 2);
-    m_lines.append(QString(QString(pad, u' ') + text).left(width));
+    for (const QString &part : wrapped(text))
+        m_lines.append(QString((width - part.size()) / 2, u' ') + part);
     return *this;
 }
 
 Slip &Slip::pair(const QString &label, const QString &value)
 {
-    const qsizetype gap = std::max<qsizetype>(1, width - label.size() - value.size());
-    m_lines.append(label + QString(gap, u' ') + value);
+    if (label.size() + 1 + value.size() <= width) {
+        m_lines.append(label + QString(width - label.size() - value.size(), u' ') + value);
+        return *this;
+    }
+    m_lines.append(wrapped(label));
+    for (const QString &part : wrapped(value))
+        m_lines.append(part.rightJustified(width));
     return *this;
 }
 
 Slip &Slip::line(const QString &text)
 {
-    for (const QString &part : text.split(u'\n'))
-        m_lines.append(part.left(width));
+    m_lines.append(wrapped(text));
     return *this;
 }
 

@@ -25,6 +25,38 @@ QString receiptRecord(const QString &tag, int number, const QString &text)
 }
 
 const QString approvedText = u"ОДОБРЕНО"_s;
+const QString interruptedText = u"ОПЕРАЦИЯ ПРЕРВАНА"_s;
+
+// The host's answer codes of a refusal, as an acquirer sends them.
+enum HostCode { InvalidTransaction = 12, InvalidAmount = 13, RecordNotFound = 25 };
+
+EmulatorAnswer refused(int hostCode, const QString &text)
+{
+    return {EmulatorAnswer::Answer, QJsonObject{{u"Status"_s, 16},
+                                                {u"ResponseCodeHost"_s, hostCode},
+                                                {u"TextResponse"_s, text}}};
+}
+
+EmulatorAnswer interrupted()
+{
+    return {EmulatorAnswer::Answer,
+            QJsonObject{{u"Status"_s, 53}, {u"TextResponse"_s, interruptedText}}};
+}
+
+// Which of the period's totals an operation adds to.
+int totalOf(const QString &operation)
+{
+    if (operation.endsWith("sale"_L1))
+        return 0;
+    return operation.endsWith("refund"_L1) ? 1 : 2;
+}
+
+// The terminal's fields wrap rather than overflow: a 12-digit reference number goes from
+// 999999999999 to 000000000001.
+QString referenceNumber(qint64 n)
+{
+    return QString::number((n - 1) % 999999999999 + 1).rightJustified(12, u'0');
+}
 
 QString operationTitle(const QString &operation)
 {
@@ -46,6 +78,13 @@ Terminal::Terminal(const EmulatorSettings &settings, Journal &journal,
     , m_journal(journal)
     , m_interrupted(interrupted)
 {}
+
+EmulatorAnswer Terminal::busy()
+{
+    // Status 0, "not performed": an SBP status query asks again, anything else fails.
+    return {EmulatorAnswer::Answer,
+            QJsonObject{{u"Status"_s, 0}, {u"TextResponse"_s, u"ТЕРМИНАЛ ЗАНЯТ"_s}}};
+}
 
 EmulatorAnswer Terminal::run(const EmulatorCommand &command)
 {
@@ -89,7 +128,7 @@ Slip Terminal::header(const QString &merchant) const
     return slip;
 }
 
-bool Terminal::waitForCard() const
+bool Terminal::waitForCustomer() const
 {
     for (int waited = 0; waited < m_settings.readDelayMs; waited += 10) {
         if (m_interrupted)
@@ -99,23 +138,56 @@ bool Terminal::waitForCard() const
     return !m_interrupted;
 }
 
+std::optional<EmulatorAnswer> Terminal::refusal(const Operation &operation,
+                                                const QString &reference) const
+{
+    if (operation.amount <= 0)
+        return refused(InvalidAmount, u"НЕВЕРНАЯ СУММА"_s);
+    const bool returning = operation.kind == "refund"_L1 || operation.kind == "cancel"_L1;
+    if (returning && !reference.isEmpty()) {
+        if (!operation.sale)
+            return refused(RecordNotFound, u"ОПЕРАЦИЯ НЕ НАЙДЕНА"_s);
+        if (m_journal.cancelled(reference))
+            return refused(InvalidTransaction, u"ОПЕРАЦИЯ УЖЕ ОТМЕНЕНА"_s);
+        if (operation.amount > operation.sale->amount - m_journal.returned(reference))
+            return refused(InvalidAmount, u"СУММА ПРЕВЫШАЕТ ОСТАТОК ОПЛАТЫ"_s);
+    }
+    // The period's totals of the merchant, with this amount, must still be numbers.
+    qint64 sums[3] = {0, 0, 0};
+    bool overflow = false;
+    for (const JournalEntry &e : m_journal.entries)
+        if (!e.settled && e.merchant == operation.merchant)
+            overflow |= __builtin_add_overflow(sums[totalOf(e.operation)], e.amount,
+                                               &sums[totalOf(e.operation)]);
+    qint64 &sum = sums[totalOf(operation.kind)];
+    qint64 net = 0;
+    overflow |= __builtin_add_overflow(sum, operation.amount, &sum) ||
+                __builtin_sub_overflow(sums[0], sums[1], &net) ||
+                __builtin_sub_overflow(net, sums[2], &net);
+    if (overflow)
+        return refused(InvalidAmount, u"НЕВЕРНАЯ СУММА"_s);
+    return std::nullopt;
+}
+
 EmulatorAnswer Terminal::cardOperation(const EmulatorCommand &command)
 {
     static const QHash<int, QString> kinds{{EmulatorCommand::Sale, u"sale"_s},
                                            {EmulatorCommand::Refund, u"refund"_s},
                                            {EmulatorCommand::Cancel, u"cancel"_s}};
-    const QString kind = kinds.value(command.code);
-    if (!waitForCard()) {
-        return {EmulatorAnswer::Answer,
-                QJsonObject{{u"Status"_s, 53}, {u"TextResponse"_s, u"ОПЕРАЦИЯ ПРЕРВАНА"_s}}};
-    }
-    return finish(
-        {kind, operationTitle(kind), command.option(u"-a"_s).toLongLong(), merchantOf(command)});
+    const QString reference = command.option(u"-r"_s);
+    const Operation operation{
+        kinds.value(command.code), command.option(u"-a"_s).toLongLong(), merchantOf(command),
+        command.code == EmulatorCommand::Sale ? nullptr : m_journal.sale(reference)};
+    if (const auto refusedAnswer = refusal(operation, reference))
+        return *refusedAnswer;
+    if (!waitForCustomer())
+        return interrupted();
+    return finish(operation);
 }
 
 EmulatorAnswer Terminal::finish(const Operation &operation)
 {
-    const qint64 suffix = std::llabs(operation.amount) % 100;
+    const qint64 suffix = operation.amount % 100;
     switch (suffix) {
     case 34:
         return {EmulatorAnswer::Answer, QJsonObject{{u"Status"_s, 34}}};
@@ -133,15 +205,19 @@ EmulatorAnswer Terminal::finish(const Operation &operation)
         break;
     }
 
-    const int n = m_journal.next();
-    const Card &card = cards[n % 3];
-    const QString pan = u"************"_s + QString::number(1000 + (n * 3571) % 9000);
-    const QString cardType = QString::fromLatin1(card.type);
+    // A refund or cancel of a known sale goes back to that sale's card.
+    const qint64 n = m_journal.next();
+    const QString cardType =
+        operation.sale ? operation.sale->cardType : QString::fromLatin1(cards[n % 3].type);
+    const QString pan = operation.sale
+                            ? operation.sale->pan
+                            : u"************"_s + QString::number(1000 + (n % 9000) * 3571 % 9000);
+    const QString title = operationTitle(operation.kind);
 
     if (suffix == 5 || suffix == 51) {
         const QString text = suffix == 5 ? u"ОТКАЗ"_s : u"НЕДОСТАТОЧНО СРЕДСТВ"_s;
         Slip slip = header(operation.merchant);
-        slip.center(operation.title)
+        slip.center(title)
             .pair(u"СУММА (RUB):"_s, Slip::money(operation.amount))
             .pair(u"КАРТА:"_s, cardType + u' ' + pan)
             .pair(u"КОД ОТВЕТА:"_s, QString::number(suffix).rightJustified(2, u'0'))
@@ -159,11 +235,11 @@ EmulatorAnswer Terminal::finish(const Operation &operation)
                                                        receiptRecord(u"0xDF"_s, 1, slip.text()))}}};
     }
 
-    const QString authorization = QString::number(100000 + (n * 7919) % 900000);
-    const QString reference = QString::number(n).rightJustified(12, u'0');
+    const QString authorization = QString::number(100000 + (n % 900000) * 7919 % 900000);
+    const QString reference = referenceNumber(n);
     const auto copy = [&](const QString &whose, bool signature) {
         Slip slip = header(operation.merchant);
-        slip.center(operation.title)
+        slip.center(title)
             .pair(u"СУММА (RUB):"_s, Slip::money(operation.amount))
             .pair(u"КАРТА:"_s, cardType + u' ' + pan)
             .pair(u"КОД АВТОРИЗАЦИИ:"_s, authorization)
@@ -179,7 +255,8 @@ EmulatorAnswer Terminal::finish(const Operation &operation)
     const QString merchant = copy(u"КОПИЯ ПРОДАВЦА"_s, true);
 
     m_journal.entries.append({operation.kind, operation.amount, operation.merchant, authorization,
-                              reference, cardType, pan, QDateTime::currentDateTime()});
+                              reference, cardType, pan, QDateTime::currentDateTime(), false,
+                              operation.sale ? operation.sale->referenceNumber : QString()});
     m_journal.lastSlip = customer;
     return {EmulatorAnswer::Answer,
             QJsonObject{{u"Status"_s, 1},
@@ -209,8 +286,11 @@ EmulatorAnswer Terminal::sbpOperation(const EmulatorCommand &command)
             QJsonObject{{u"Status"_s, 16}, {u"TextResponse"_s, u"НЕ ЗАДАН ИДЕНТИФИКАТОР ФОРМЫ"_s}}};
 
     if (start) {
-        m_journal.pending.insert(formId, {payment ? u"sbp-sale"_s : u"sbp-refund"_s,
-                                          command.option(u"-a"_s).toLongLong(), merchantOf(command),
+        const Operation operation{payment ? u"sbp-sale"_s : u"sbp-refund"_s,
+                                  command.option(u"-a"_s).toLongLong(), merchantOf(command)};
+        if (const auto refusedAnswer = refusal(operation, QString()))
+            return *refusedAnswer;
+        m_journal.pending.insert(formId, {operation.kind, operation.amount, operation.merchant,
                                           m_settings.pendingSbpQueries});
         return {EmulatorAnswer::Answer, QJsonObject{{u"Status"_s, 0},
                                                     {u"ResponseCodeHost"_s, 0},
@@ -222,6 +302,11 @@ EmulatorAnswer Terminal::sbpOperation(const EmulatorCommand &command)
     if (it == m_journal.pending.end())
         return {EmulatorAnswer::Answer,
                 QJsonObject{{u"Status"_s, 16}, {u"TextResponse"_s, u"ОПЕРАЦИЯ НЕ НАЙДЕНА"_s}}};
+    // The PIN pad shows the QR code while the customer pays; SIGINT there ends the operation.
+    if (!waitForCustomer()) {
+        m_journal.pending.erase(it);
+        return interrupted();
+    }
     if (it->queriesLeft > 0) {
         --it->queriesLeft;
         return {EmulatorAnswer::Answer, QJsonObject{{u"Status"_s, 0},
@@ -230,8 +315,7 @@ EmulatorAnswer Terminal::sbpOperation(const EmulatorCommand &command)
     }
     const PendingSbp pending = *it;
     m_journal.pending.erase(it);
-    return finish(
-        {pending.operation, operationTitle(pending.operation), pending.amount, pending.merchant});
+    return finish({pending.operation, pending.amount, pending.merchant});
 }
 
 QString Terminal::totals(const QList<JournalEntry> &entries, bool listEach) const
@@ -245,7 +329,7 @@ QString Terminal::totals(const QList<JournalEntry> &entries, bool listEach) cons
     for (auto it = byMerchant.cbegin(); it != byMerchant.cend(); ++it) {
         slip.pair(u"МЕРЧАНТ:"_s, it.key());
         qint64 sales = 0, refunds = 0, cancels = 0;
-        int salesCount = 0, refundsCount = 0, cancelsCount = 0;
+        qint64 salesCount = 0, refundsCount = 0, cancelsCount = 0;
         for (const JournalEntry &e : it.value()) {
             if (listEach)
                 slip.pair(e.time.toString(u"hh:mm"_s) + u' ' + operationTitle(e.operation) +
@@ -285,10 +369,12 @@ EmulatorAnswer Terminal::reconciliation(const EmulatorCommand &command)
 {
     const QString only = command.option(u"-t"_s);
     QList<JournalEntry> taken;
-    QList<JournalEntry> kept;
-    for (const JournalEntry &e : std::as_const(m_journal.entries))
-        (only.isEmpty() || e.merchant == only ? taken : kept).append(e);
-    m_journal.entries = kept;
+    for (JournalEntry &e : m_journal.entries) {
+        if (!e.settled && (only.isEmpty() || e.merchant == only)) {
+            taken.append(e);
+            e.settled = true;
+        }
+    }
 
     Slip slip = header(only.isEmpty() ? m_settings.defaultMerchant : only);
     slip.center(u"СВЕРКА ИТОГОВ"_s).pair(u"ПЕРИОД:"_s, QString::number(m_journal.period)).rule();
@@ -303,7 +389,7 @@ EmulatorAnswer Terminal::report(const EmulatorCommand &command, bool full)
     const QString only = command.option(u"-t"_s);
     QList<JournalEntry> entries;
     for (const JournalEntry &e : std::as_const(m_journal.entries))
-        if (only.isEmpty() || e.merchant == only)
+        if (!e.settled && (only.isEmpty() || e.merchant == only))
             entries.append(e);
     Slip slip = header(only.isEmpty() ? m_settings.defaultMerchant : only);
     slip.center(full ? u"ПОЛНЫЙ ОТЧЕТ"_s : u"КРАТКИЙ ОТЧЕТ"_s)

@@ -8,6 +8,7 @@
 #include <QJsonObject>
 
 #include <atomic>
+#include <optional>
 
 // What the emulated client does at the end of a run.
 struct EmulatorAnswer
@@ -23,7 +24,9 @@ struct EmulatorAnswer
     QJsonObject json;
 };
 
-// The emulated terminal: a PIN pad, a bank behind it, and the journal of the day.
+// The emulated terminal: a PIN pad, a bank behind it, and the journal of the day. It refuses
+// what a terminal refuses: amounts of 0 or below, amounts whose totals would overflow, a
+// refund or cancel of a sale it does not know or beyond what is left of it, a second cancel.
 class Terminal
 {
 public:
@@ -32,24 +35,30 @@ public:
 
     EmulatorAnswer run(const EmulatorCommand &command);
 
+    // The answer of a terminal that another operation kept busy.
+    static EmulatorAnswer busy();
+
 private:
     struct Operation
     {
-        QString kind;  // journal name
-        QString title; // as printed on the slip
+        QString kind; // journal name
         qint64 amount = 0;
         QString merchant;
+        const JournalEntry *sale = nullptr; // the sale a refund or cancel returns
     };
 
     EmulatorAnswer cardOperation(const EmulatorCommand &command);
     EmulatorAnswer sbpOperation(const EmulatorCommand &command);
+    std::optional<EmulatorAnswer> refusal(const Operation &operation,
+                                          const QString &reference) const;
     EmulatorAnswer finish(const Operation &operation);
     EmulatorAnswer reconciliation(const EmulatorCommand &command);
     EmulatorAnswer report(const EmulatorCommand &command, bool full);
     EmulatorAnswer slipCopy();
     EmulatorAnswer balance();
 
-    bool waitForCard() const;
+    // Waits as the PIN pad does for the card or the customer; false when SIGINT came.
+    bool waitForCustomer() const;
     QString merchantOf(const EmulatorCommand &command) const;
     Slip header(const QString &merchant) const;
     QString totals(const QList<JournalEntry> &entries, bool listEach) const;

@@ -1,5 +1,7 @@
 #include "commandline.h"
 
+#include "formatter.h"
+
 #include <QHash>
 
 using namespace Qt::Literals::StringLiterals;
@@ -13,7 +15,8 @@ const QHash<QString, int> &commands()
         {u"sale"_s, 1},    {u"refund"_s, 1},       {u"cancel"_s, 1},        {u"reconcile"_s, 0},
         {u"report"_s, 0},  {u"short-report"_s, 0}, {u"copy"_s, 0},          {u"balance"_s, 0},
         {u"sbp-pay"_s, 1}, {u"sbp-refund"_s, 1},   {u"scan-params"_s, 0},   {u"options"_s, 0},
-        {u"batch"_s, 0},   {u"set-dir"_s, 1},      {u"new-processor"_s, 0},
+        {u"batch"_s, 0},   {u"set-dir"_s, 1},      {u"new-processor"_s, 0}, {u"check"_s, 0},
+        {u"help"_s, 0},
     };
     return table;
 }
@@ -23,6 +26,29 @@ bool toInt(const QString &text, int &value)
     bool ok = false;
     value = text.toInt(&ok, 10);
     return ok;
+}
+
+bool looksNegative(const QString &word)
+{
+    return word.size() > 1 && word.at(0) == u'-' && word.at(1).isDigit();
+}
+
+// Why a text is not an amount, or an empty text when it is one.
+QString amountError(const QString &text, qint64 &amount)
+{
+    bool ok = false;
+    amount = text.toLongLong(&ok, 10);
+    if (ok)
+        return {};
+    const QString digits = text.startsWith(u'-') ? text.mid(1) : text;
+    bool allDigits = !digits.isEmpty();
+    for (const QChar c : digits)
+        allDigits = allDigits && c >= u'0' && c <= u'9';
+    if (allDigits)
+        return u"the amount %1 does not fit in 64 bits (at most 9223372036854775807 minor "
+               u"units)"_s.arg(Formatter::quoted(text));
+    return u"the amount must be a whole number of minor units (150000 is 1500.00), not %1"_s.arg(
+        Formatter::quoted(text));
 }
 
 } // namespace
@@ -66,7 +92,12 @@ bool CommandLine::isKnownCommand(const QString &command, Scope scope)
     const bool batchOnly = command == "set-dir"_L1 || command == "new-processor"_L1;
     if (scope == TopLevel)
         return !batchOnly;
-    return command != "batch"_L1;
+    return command != "batch"_L1 && command != "help"_L1 && command != "check"_L1;
+}
+
+bool CommandLine::takesAmount(const QString &command)
+{
+    return positionalCount(command) == 1 && command != "set-dir"_L1;
 }
 
 int CommandLine::positionalCount(const QString &command)
@@ -93,16 +124,23 @@ bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &gl
             if (!value(text))
                 return false;
             if (!toInt(text, out)) {
-                error = u"option %1 needs a whole number, not \"%2\""_s.arg(word, text);
+                error =
+                    u"option %1 needs a whole number, not %2"_s.arg(word, Formatter::quoted(text));
                 return false;
             }
             return true;
         };
 
+        if (!onlyPositional && looksNegative(word) && takesAmount(invocation.command)) {
+            error = u"an amount below 0 goes after --, as in: posctl %1 -- %2"_s.arg(
+                invocation.command, Formatter::quoted(word).mid(1).chopped(1));
+            return false;
+        }
         if (onlyPositional || !word.startsWith(u'-') || word == "-"_L1) {
             if (invocation.command.isEmpty()) {
                 if (!isKnownCommand(word, scope)) {
-                    error = u"unknown command \"%1\" (see posctl --help)"_s.arg(word);
+                    error =
+                        u"unknown command %1 (see posctl --help)"_s.arg(Formatter::quoted(word));
                     return false;
                 }
                 invocation.command = word;
@@ -135,6 +173,15 @@ bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &gl
         } else if (word == "--customer-qr"_L1) {
             if (!value(invocation.customerQr))
                 return false;
+            // The plug-in sends the code as Latin-1; anything else would reach the terminal
+            // as question marks.
+            for (const QChar c : std::as_const(invocation.customerQr)) {
+                if (c.unicode() > 0xff) {
+                    error = u"a customer QR code is Latin-1 text (a scanned code is Base64); "
+                            u"this one has the character %1"_s.arg(QString(c));
+                    return false;
+                }
+            }
         } else if (word == "--currency"_L1) {
             if (!number(invocation.currency))
                 return false;
@@ -152,13 +199,16 @@ bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &gl
                 return false;
             const QDateTime time = QDateTime::fromString(text, u"yyyy-MM-ddThh:mm:ss"_s);
             if (!time.isValid()) {
-                error = u"option --form-time needs a time as yyyy-MM-ddThh:mm:ss, not \"%1\""_s.arg(
-                    text);
+                error = u"option --form-time needs a time as yyyy-MM-ddThh:mm:ss, not %1"_s.arg(
+                    Formatter::quoted(text));
                 return false;
             }
             invocation.formTime = time;
         } else if (scope == TopLevel && word == "--plugin"_L1) {
             if (!value(globals.pluginPath))
+                return false;
+        } else if (scope == TopLevel && word == "--log"_L1) {
+            if (!value(globals.logFile))
                 return false;
         } else if (scope == TopLevel && word == "--dir"_L1) {
             if (!value(text))
@@ -181,11 +231,13 @@ bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &gl
         } else if (scope == TopLevel && word == "--version"_L1) {
             globals.version = true;
         } else {
-            error = u"unknown option %1 (see posctl --help)"_s.arg(word);
+            error = u"unknown option %1 (see posctl --help)"_s.arg(Formatter::quoted(word));
             return false;
         }
     }
 
+    if (invocation.command == "help"_L1)
+        globals.help = true;
     if (globals.help || globals.version)
         return true;
     if (invocation.command.isEmpty()) {
@@ -195,20 +247,19 @@ bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &gl
     const int wanted = positionalCount(invocation.command);
     if (invocation.positional.size() != wanted) {
         if (wanted == 1 && invocation.positional.isEmpty())
-            error = u"%1 needs an amount"_s.arg(invocation.command);
+            error = takesAmount(invocation.command)
+                        ? u"%1 needs an amount in minor units (150000 is 1500.00)"_s.arg(
+                              invocation.command)
+                        : u"%1 needs a directory"_s.arg(invocation.command);
         else
             error = u"too many arguments for %1: %2"_s.arg(
-                invocation.command, invocation.positional.mid(wanted).join(u' '));
+                invocation.command,
+                Formatter::quoted(invocation.positional.mid(wanted).join(u' ')));
         return false;
     }
-    if (wanted == 1 && invocation.command != "set-dir"_L1) {
-        bool ok = false;
-        invocation.positional.first().toLongLong(&ok, 10);
-        if (!ok) {
-            error = u"the amount must be a whole number, not \"%1\""_s.arg(
-                invocation.positional.first());
-            return false;
-        }
+    if (takesAmount(invocation.command)) {
+        error = amountError(invocation.positional.first(), invocation.amount);
+        return error.isEmpty();
     }
     return true;
 }

@@ -12,6 +12,7 @@ struct Invocation
 {
     QString command;
     QStringList positional;
+    qint64 amount = 0; // the positional amount of a payment command, in minor units
 
     std::optional<int> type;
     std::optional<QString> merchant;
@@ -32,6 +33,7 @@ struct GlobalOptions
     std::optional<QString> directory;
     bool json = false;
     bool verbose = false;
+    QString logFile;
     std::optional<int> interruptAfterMs;
     bool help = false;
     bool version = false;
@@ -47,11 +49,14 @@ public:
     static std::optional<QStringList> splitWords(const QString &line);
 
     // Parses words into the command and its options. In a batch line, global options are not
-    // accepted. On failure returns false and a sentence for the user in error.
+    // accepted. On failure returns false and a sentence for the user in error. "help" is the
+    // same as --help.
     static bool parse(const QStringList &words, Scope scope, GlobalOptions &globals,
                       Invocation &invocation, QString &error);
 
     static bool isKnownCommand(const QString &command, Scope scope);
     // How many positional arguments the command takes.
     static int positionalCount(const QString &command);
+    // Whether the command's one positional argument is an amount.
+    static bool takesAmount(const QString &command);
 };

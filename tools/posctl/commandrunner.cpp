@@ -1,16 +1,30 @@
 #include "commandrunner.h"
 
+#include "clientwatch.h"
+#include "directorycheck.h"
 #include "formatter.h"
-#include "interrupter.h"
 #include "progressbar.h"
+#include "signalguard.h"
 
+#include <basicpaymentprocessing.h>
 #include <session.h>
 #include <singleton.h>
 
 using namespace Qt::Literals::StringLiterals;
 
-CommandRunner::CommandRunner(Interrupter &interrupter, std::optional<int> interruptAfterMs)
-    : m_interrupter(interrupter)
+namespace {
+
+bool isSbp(const QString &command)
+{
+    return command.startsWith("sbp-"_L1);
+}
+
+} // namespace
+
+CommandRunner::CommandRunner(SignalGuard &guard, ClientWatch &watch,
+                             std::optional<int> interruptAfterMs)
+    : m_guard(guard)
+    , m_watch(watch)
     , m_interruptAfterMs(interruptAfterMs)
 {}
 
@@ -18,7 +32,7 @@ PaymentProcessingRequest CommandRunner::request(const Invocation &invocation, in
 {
     PaymentProcessingRequest r;
     r.type = static_cast<PaymentProcessingRequest::Type>(invocation.type.value_or(defaultType));
-    r.amount = invocation.positional.value(0).toLongLong();
+    r.amount = invocation.amount;
     r.merchantId = invocation.merchant.value_or(QString());
     r.referenceNumber = invocation.rrn;
     r.authorizationCode = invocation.auth;
@@ -31,11 +45,21 @@ PaymentProcessingRequest CommandRunner::request(const Invocation &invocation, in
     return r;
 }
 
+QString CommandRunner::processingDirectory(const AbstractPaymentProcessing &processor)
+{
+    const auto *basic = dynamic_cast<const BasicPaymentProcessing *>(&processor);
+    return basic ? basic->getProcessingDirectory() : QString();
+}
+
 PaymentProcessingAnswer CommandRunner::call(AbstractPaymentProcessing &processor,
                                             const Invocation &invocation)
 {
-    const ProgressBar bar(hostInstance<Session>().progress());
-    const Interrupter::Operation operation(m_interrupter, &processor, m_interruptAfterMs);
+    m_watch.beginOperation();
+    const ProgressBar bar(hostInstance<Session>().progress(), m_watch,
+                          isSbp(invocation.command) ? ProgressBar::Sbp
+                                                    : ProgressBar::CardOrService);
+    const SignalGuard::Operation operation(m_guard, &processor, processingDirectory(processor),
+                                           m_interruptAfterMs);
 
     const QString &command = invocation.command;
     if (command == "sale"_L1)
@@ -64,14 +88,32 @@ PaymentProcessingAnswer CommandRunner::call(AbstractPaymentProcessing &processor
     return processor.balance(QString());
 }
 
-CommandRunner::Outcome CommandRunner::answerOutcome(const PaymentProcessingAnswer &answer) const
+CommandRunner::Outcome CommandRunner::answerOutcome(const PaymentProcessingAnswer &answer,
+                                                    const Invocation &invocation) const
 {
+    Formatter::AnswerContext context;
+    if (CommandLine::takesAmount(invocation.command))
+        context.amount = invocation.amount;
+    context.sbpPayment = invocation.command == "sbp-pay"_L1;
+    context.clientRuns = m_watch.runsInOperation();
+
     Outcome outcome;
+    // A failed run: the answer's message is the client's standard error, which may say nothing.
+    const std::optional<ProcessEnd> end = m_watch.lastEnd();
+    if (answer.status == -1 && answer.message.id() == tr::undefined && end && end->error < 0 &&
+        end->exitCode != 0) {
+        context.clientNote =
+            end->standardErrorBytes == 0
+                ? u"the payment client ended with status %1 and wrote nothing"_s.arg(end->exitCode)
+                : u"the payment client ended with status %1; the message is "
+                  u"what it wrote on its standard error"_s.arg(end->exitCode);
+    }
+    if (const auto failure = m_watch.lastStartFailure();
+        failure && answer.message.id() == "inpasPaymentProcessingStartError"_L1)
+        outcome.hint = DirectoryCheck::startHint(failure->directory, failure->reason);
+
     outcome.json = Formatter::answerJson(answer);
-    outcome.text = Formatter::answerText(answer);
-    if (answer.message.id() == "inpasPaymentProcessingStartError"_L1)
-        outcome.text += u"hint: the processing directory has no runnable ./zelnorinpas; "
-                        u"choose one with --dir DIR\n"_s;
+    outcome.text = Formatter::answerText(answer, context);
     switch (answer.result) {
     case PaymentProcessingAnswer::Success:
         outcome.exitCode = 0;
@@ -90,10 +132,10 @@ CommandRunner::Outcome CommandRunner::run(AbstractPaymentProcessing &processor,
                                           const Invocation &invocation)
 {
     if (invocation.command == "options"_L1)
-        return {Formatter::optionsJson(processor), Formatter::optionsText(processor), 0};
+        return {Formatter::optionsJson(processor), Formatter::optionsText(processor), {}, 0};
     if (invocation.command == "scan-params"_L1) {
         const ScanQrParams params = processor.getScanQrParams();
-        return {Formatter::scanParamsJson(params), Formatter::scanParamsText(params), 0};
+        return {Formatter::scanParamsJson(params), Formatter::scanParamsText(params), {}, 0};
     }
-    return answerOutcome(call(processor, invocation));
+    return answerOutcome(call(processor, invocation), invocation);
 }

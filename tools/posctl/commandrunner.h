@@ -6,7 +6,8 @@
 
 #include <QString>
 
-class Interrupter;
+class ClientWatch;
+class SignalGuard;
 
 // Makes the one host call of a command on a processor and formats what came back.
 class CommandRunner
@@ -16,20 +17,25 @@ public:
     {
         QString json;
         QString text;
+        QString hint; // for stderr: why the client could not be started and what to do
         int exitCode = 0;
     };
 
-    CommandRunner(Interrupter &interrupter, std::optional<int> interruptAfterMs);
+    CommandRunner(SignalGuard &guard, ClientWatch &watch, std::optional<int> interruptAfterMs);
 
     Outcome run(AbstractPaymentProcessing &processor, const Invocation &invocation);
 
     static PaymentProcessingRequest request(const Invocation &invocation, int defaultType);
+    // Where the processor runs its client.
+    static QString processingDirectory(const AbstractPaymentProcessing &processor);
 
 private:
-    Outcome answerOutcome(const PaymentProcessingAnswer &answer) const;
+    Outcome answerOutcome(const PaymentProcessingAnswer &answer,
+                          const Invocation &invocation) const;
     PaymentProcessingAnswer call(AbstractPaymentProcessing &processor,
                                  const Invocation &invocation);
 
-    Interrupter &m_interrupter;
+    SignalGuard &m_guard;
+    ClientWatch &m_watch;
     std::optional<int> m_interruptAfterMs;
 };

@@ -3,6 +3,7 @@
 #include "jsonwriter.h"
 
 #include <QFile>
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QtEndian>
@@ -42,12 +43,73 @@ OptionLists optionLists(const AbstractPaymentProcessing &processor)
     return lists;
 }
 
-QString joined(const QJsonArray &array)
+// Numbers with the host's names for them, for people.
+QString joined(const QJsonArray &array, const QHash<qint64, QString> &names)
 {
     QStringList items;
-    for (const QJsonValue &v : array)
-        items.append(QString::number(v.toInteger()));
+    for (const QJsonValue &v : array) {
+        const QString name = names.value(v.toInteger());
+        items.append(QString::number(v.toInteger()) +
+                     (name.isEmpty() ? QString() : u" ("_s + name + u')'));
+    }
     return items.isEmpty() ? u"none"_s : items.join(u", "_s);
+}
+
+const QHash<qint64, QString> paymentOptionNames{
+    {EPaymentProcessingOption::Refund, u"refund"_s},
+    {EPaymentProcessingOption::Cancel, u"cancel"_s},
+    {EPaymentProcessingOption::CustomerQrCode, u"customer QR code"_s},
+    {EPaymentProcessingOption::PaymentByQrCodeOnPinPad, u"SBP payment on the PIN pad"_s},
+    {EPaymentProcessingOption::CancelByQrCodeOnPinPad, u"SBP refund on the PIN pad"_s}};
+const QHash<qint64, QString> processingOptionNames{
+    {processing::AllowInterruptPayment, u"interruption allowed"_s},
+    {processing::ScanTokenOnCancel, u"scan the customer's code on cancel"_s},
+    {processing::ShowProgress, u"show progress"_s}};
+const QHash<qint64, QString> requestTypeNames{{PaymentProcessingRequest::Sale, u"sale"_s},
+                                              {PaymentProcessingRequest::Refund, u"refund"_s},
+                                              {PaymentProcessingRequest::Return, u"return"_s}};
+
+QString escaped(QChar c)
+{
+    switch (c.unicode()) {
+    case 0:
+        return u"\\0"_s;
+    case '\r':
+        return u"\\r"_s;
+    case '\n':
+        return u"\\n"_s;
+    case '\t':
+        return u"\\t"_s;
+    case 0x1b:
+        return u"\\e"_s;
+    default:
+        return c.unicode() < 0x100 ? u"\\x%1"_s.arg(uint(c.unicode()), 2, 16, QChar(u'0'))
+                                   : u"\\u%1"_s.arg(uint(c.unicode()), 4, 16, QChar(u'0'));
+    }
+}
+
+bool isControl(QChar c)
+{
+    return c.unicode() < 0x20 || (c.unicode() >= 0x7f && c.unicode() < 0xa0);
+}
+
+// The cashier's message for a person: the client's trailing line end dropped, and a message
+// of many lines (a client's whole standard error) cut, saying how much was left out.
+QString messageText(const tr::Tr &message)
+{
+    QString text = message.ru();
+    if (text.endsWith(u'\n'))
+        text.chop(1);
+    const QStringList lines = text.split(u'\n');
+    QString shown = lines.mid(0, Formatter::messageLines).join(u'\n');
+    if (shown.size() > Formatter::messageCharacters)
+        shown.truncate(Formatter::messageCharacters);
+    if (shown.size() == text.size())
+        return Formatter::visible(text);
+    return Formatter::visible(shown) +
+           u"\n... (%1 more characters in %2 more lines not shown; --json shows all)"_s
+               .arg(text.size() - shown.size())
+               .arg(lines.size() - shown.count(u'\n') - 1);
 }
 
 struct ImageInfo
@@ -117,28 +179,70 @@ QString Formatter::framed(const QString &text)
     return out;
 }
 
-QString Formatter::answerText(const PaymentProcessingAnswer &answer)
+QString Formatter::visible(const QString &text)
 {
     QString out;
-    out += (answer.message.isEmpty() ? u"(no message)"_s : answer.message.ru()) + u'\n';
+    out.reserve(text.size());
+    for (const QChar c : text) {
+        if (isControl(c) && c != u'\n' && c != u'\t')
+            out += escaped(c);
+        else
+            out += c;
+    }
+    return out;
+}
+
+QString Formatter::quoted(const QString &text, qsizetype limit)
+{
+    QString out;
+    for (const QChar c : text.left(limit))
+        out += isControl(c) ? escaped(c) : QString(c);
+    return u'"' + out + u'"' + (text.size() > limit ? u"..."_s : QString());
+}
+
+QString Formatter::money(qint64 amount)
+{
+    const QString sign = amount < 0 ? u"-"_s : QString();
+    const quint64 magnitude = amount < 0 ? quint64(0) - quint64(amount) : quint64(amount);
+    return sign + QString::number(magnitude / 100) + u'.' +
+           QString::number(magnitude % 100).rightJustified(2, u'0');
+}
+
+QString Formatter::answerText(const PaymentProcessingAnswer &answer, const AnswerContext &context)
+{
+    const auto field = [](const QString &label, const QString &value) {
+        return u"  %1 %2\n"_s.arg(QString(label + u':').leftJustified(30), visible(value));
+    };
+    QString out;
+    out += (answer.message.isEmpty() ? u"(no message)"_s : messageText(answer.message)) + u'\n';
+    if (!context.clientNote.isEmpty())
+        out += u"  ("_s + context.clientNote + u")\n"_s;
     out += u"  status %1, result %2 (%3)\n"_s.arg(
         QString::number(answer.status), QString::number(answer.result), resultName(answer.result));
+    if (context.amount)
+        out += field(u"amount"_s,
+                     u"%1 (%2 in minor units)"_s.arg(money(*context.amount)).arg(*context.amount));
     if (!answer.cardType.isEmpty() || !answer.pan.isEmpty())
-        out += u"  card:               %1\n"_s.arg(
-            QString(answer.cardType + u' ' + answer.pan).trimmed());
+        out += field(u"card"_s, QString(answer.cardType + u' ' + answer.pan).trimmed());
+    // An approved SBP payment carries its form identifier as the authorisation code, and after
+    // status queries the terminal's authorisation code as the reference number.
+    const bool sbpCodes = context.sbpPayment && answer.result == PaymentProcessingAnswer::Success;
     if (!answer.authorizationCode.isEmpty())
-        out += u"  authorization code: %1\n"_s.arg(answer.authorizationCode);
+        out += field(sbpCodes ? u"form identifier"_s : u"authorization code"_s,
+                     answer.authorizationCode);
     if (!answer.referenceNumber.isEmpty())
-        out += u"  reference number:   %1\n"_s.arg(answer.referenceNumber);
+        out += field(sbpCodes && context.clientRuns > 1 ? u"terminal's authorization code"_s
+                                                        : u"reference number"_s,
+                     answer.referenceNumber);
     if (answer.accountBalance != 0.0)
-        out += u"  account balance:    %1\n"_s.arg(answer.accountBalance, 0, 'f', 2);
+        out += field(u"account balance"_s, QString::number(answer.accountBalance, 'f', 2));
     if (answer.paymentMode != 0)
-        out += u"  payment mode:       %1\n"_s.arg(answer.paymentMode);
+        out += field(u"payment mode"_s, QString::number(answer.paymentMode));
     for (qsizetype i = 0; i < answer.slips.size(); ++i)
-        out +=
-            u"\nslip %1 of %2\n"_s.arg(i + 1).arg(answer.slips.size()) + framed(answer.slips.at(i));
+        out += u"\nslip %1 of %2\n"_s.arg(i + 1).arg(answer.slips.size()) +
+               framed(visible(answer.slips.at(i)));
     if (!answer.additionalData.isEmpty())
-        out += u"\nadditional data: %1\n"_s.arg(answer.additionalData);
+        out += u"\nadditional data: %1\n"_s.arg(visible(answer.additionalData));
     return out;
 }
 
@@ -159,9 +263,10 @@ QString Formatter::optionsText(const AbstractPaymentProcessing &processor)
     return u"payment options:    %1\n"
            u"processing options: %2\n"
            u"payment types:      %3\n"
-           u"cancellable types:  %4\n"_s.arg(joined(lists.payment), joined(lists.processing),
-                                             joined(lists.paymentEnable),
-                                             joined(lists.cancelEnable));
+           u"cancellable types:  %4\n"_s.arg(joined(lists.payment, paymentOptionNames),
+                                             joined(lists.processing, processingOptionNames),
+                                             joined(lists.paymentEnable, requestTypeNames),
+                                             joined(lists.cancelEnable, requestTypeNames));
 }
 
 QString Formatter::scanParamsJson(const ScanQrParams &p)

@@ -4,12 +4,36 @@
 
 #include <QString>
 
-// posctl's output: one JSON line for machines, or text for a person at a terminal.
+#include <optional>
+
+// posctl's output: one JSON line for machines, or text for a person at a terminal. JSON keeps
+// every field exactly; text shows every character too, with control characters other than
+// line breaks and tabs written visibly (\0, \r, \x1b), and cuts only a very long message.
 class Formatter
 {
 public:
+    // What posctl knows of an answer besides the answer itself.
+    struct AnswerContext
+    {
+        std::optional<qint64> amount; // of the request, in minor units
+        bool sbpPayment = false;      // an SBP payment: the codes hold other things
+        int clientRuns = 0;
+        QString clientNote; // how the client ended, when the answer cannot say it
+    };
+
+    static constexpr int messageLines = 20;
+    static constexpr int messageCharacters = 4000;
+
     static QString answerJson(const PaymentProcessingAnswer &answer);
-    static QString answerText(const PaymentProcessingAnswer &answer);
+    static QString answerText(const PaymentProcessingAnswer &answer, const AnswerContext &context);
+
+    // The text with control characters other than line breaks and tabs written visibly.
+    static QString visible(const QString &text);
+    // At most the first limit characters, all control characters written visibly, in quotes:
+    // for quoting what a user typed in an error message.
+    static QString quoted(const QString &text, qsizetype limit = 80);
+    // 150005 minor units as "1500.05".
+    static QString money(qint64 amount);
 
     static QString optionsJson(const AbstractPaymentProcessing &processor);
     static QString optionsText(const AbstractPaymentProcessing &processor);

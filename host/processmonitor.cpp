@@ -1,0 +1,9 @@
+#include "processmonitor.h"
+
+ProcessMonitor::~ProcessMonitor() = default;
+
+void ProcessMonitor::started(qint64, const QString &, const QString &) {}
+
+void ProcessMonitor::failedToStart(const QString &, const QString &, int, const QString &) {}
+
+void ProcessMonitor::finished(const ProcessEnd &) {}

@@ -1,0 +1,302 @@
+#include "directorycheck.h"
+
+#include "jsonwriter.h"
+
+#include <config.h>
+#include <settingkeys.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
+#include <QJsonArray>
+#include <QJsonObject>
+
+#include <algorithm>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+const QString clientName = u"zelnorinpas"_s;
+const QString configName = u"zelnorinpas.conf"_s;
+const QString emulatorGroup = u"Emulator"_s;
+
+int distance(const QString &a, const QString &b)
+{
+    QList<int> row(b.size() + 1);
+    for (qsizetype j = 0; j <= b.size(); ++j)
+        row[j] = int(j);
+    for (qsizetype i = 1; i <= a.size(); ++i) {
+        int diagonal = row[0];
+        row[0] = int(i);
+        for (qsizetype j = 1; j <= b.size(); ++j) {
+            const int above = row[j];
+            const bool same = a.at(i - 1).toLower() == b.at(j - 1).toLower();
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (same ? 0 : 1)});
+            diagonal = above;
+        }
+    }
+    return row[b.size()];
+}
+
+const SettingKey *findKey(const QString &name, const QString &group = {})
+{
+    for (const SettingKey &key : settingkeys::all)
+        if (name == QLatin1StringView(key.name) &&
+            (group.isEmpty() || group == QLatin1StringView(key.group)))
+            return &key;
+    return nullptr;
+}
+
+QString nearestKey(const QString &name)
+{
+    const SettingKey *best = nullptr;
+    int bestDistance = 0;
+    for (const SettingKey &key : settingkeys::all) {
+        const int d = distance(name, QLatin1StringView(key.name));
+        if (!best || d < bestDistance) {
+            best = &key;
+            bestDistance = d;
+        }
+    }
+    return best && bestDistance <= std::max<qsizetype>(2, name.size() / 4)
+               ? QString::fromLatin1(best->name)
+               : QString();
+}
+
+// The interpreter named on a script's first line, or an empty text.
+QString interpreterOf(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const QByteArray head = file.readLine(256).trimmed();
+    if (!head.startsWith("#!"))
+        return {};
+    return QString::fromLocal8Bit(head.mid(2).trimmed().split(' ').value(0));
+}
+
+QStringList clientProblems(const QString &directory)
+{
+    const QFileInfo dir(directory);
+    if (!dir.exists())
+        return {u"the directory %1 does not exist"_s.arg(directory)};
+    if (!dir.isDir())
+        return {u"%1 is not a directory"_s.arg(directory)};
+    const QString path = QDir(directory).filePath(clientName);
+    const QFileInfo client(path);
+    if (!client.exists())
+        return {u"there is no payment client %1"_s.arg(path)};
+    if (!client.isFile())
+        return {u"%1 is not a file"_s.arg(path)};
+    if (!client.isExecutable())
+        return {u"%1 is not executable (chmod +x %1)"_s.arg(path)};
+    const QString interpreter = interpreterOf(path);
+    if (!interpreter.isEmpty() && !QFileInfo(interpreter).isExecutable())
+        return {u"%1 is a script whose interpreter %2 is missing"_s.arg(path, interpreter)};
+    return {};
+}
+
+// The lines of zelnorinpas.conf: syntax, groups and keys. Returns the line of each known key.
+QHash<QString, int> scanConfig(const QByteArray &content, QStringList &problems)
+{
+    QHash<QString, int> lines;
+    QString group;
+    const QList<QByteArray> rows = content.split('\n');
+    for (qsizetype i = 0; i < rows.size(); ++i) {
+        const QString line = QString::fromUtf8(rows.at(i)).trimmed();
+        const QString where = u"%1, line %2: "_s.arg(configName).arg(i + 1);
+        if (line.isEmpty() || line.startsWith(u';') || line.startsWith(u'#'))
+            continue;
+        if (line.startsWith(u'[')) {
+            if (!line.endsWith(u']')) {
+                problems.append(where + u"a group must end with \"]\": %1"_s.arg(line));
+                continue;
+            }
+            group = line.mid(1, line.size() - 2).trimmed();
+            if (group != "Client"_L1 && group != "ErrorCodes"_L1 && group != emulatorGroup)
+                problems.append(where + u"the plug-in reads no group [%1] (its groups are "
+                                        u"[Client] and [ErrorCodes])"_s.arg(group));
+            continue;
+        }
+        const qsizetype equals = line.indexOf(u'=');
+        if (equals <= 0) {
+            problems.append(where + u"not a setting (key=value), a [group] or a comment: %1"_s.arg(
+                                        line.left(80)));
+            continue;
+        }
+        const QString key = line.left(equals).trimmed();
+        if (group == emulatorGroup)
+            continue; // the emulator's own settings
+        if (const SettingKey *known = findKey(key, group)) {
+            lines.insert(known->configKey(), i + 1);
+        } else if (const SettingKey *elsewhere = findKey(key)) {
+            problems.append(where + u"%1 belongs in [%2], not in [%3]"_s.arg(
+                                        key, QLatin1StringView(elsewhere->group), group));
+        } else {
+            const QString nearest = nearestKey(key);
+            problems.append(where + u"the plug-in does not read %1"_s.arg(key) +
+                            (nearest.isEmpty() ? QString() : u"; did you mean %1?"_s.arg(nearest)));
+        }
+    }
+    return lines;
+}
+
+QString listText(const QStringList &items)
+{
+    return items.isEmpty() ? u"(empty)"_s : items.join(u", "_s);
+}
+
+} // namespace
+
+DirectoryCheck::Report DirectoryCheck::run(const QString &directory)
+{
+    Report report;
+    report.directory = directory;
+    report.problems = clientProblems(directory);
+
+    const QString configPath = QDir(directory).filePath(configName);
+    QHash<QString, int> keyLines;
+    QFile file(configPath);
+    if (!QFileInfo::exists(configPath))
+        report.notes.append(u"there is no %1: every setting has its default"_s.arg(configPath));
+    else if (!file.open(QIODevice::ReadOnly))
+        report.problems.append(u"%1 cannot be read: %2"_s.arg(configPath, file.errorString()));
+    else
+        keyLines = scanConfig(file.readAll(), report.problems);
+
+    // Read through the host's configuration, as the plug-in reads it.
+    Config config;
+    config.addConfigFile(configPath, u"inpas"_s);
+    for (const SettingKey &key : settingkeys::all) {
+        const QString configKey = key.configKey();
+        const QVariant stored = config.value(configKey);
+        const QString where =
+            keyLines.contains(configKey)
+                ? u"%1, line %2: "_s.arg(configName).arg(keyLines.value(configKey))
+                : QString();
+        const QString shown = stored.toStringList().join(u", "_s);
+        Setting setting{QLatin1StringView(key.group) + u'/' + QLatin1StringView(key.name),
+                        {},
+                        !stored.isValid()};
+        switch (key.kind) {
+        case SettingKind::Boolean: {
+            const std::optional<bool> value = Config::toBool(stored);
+            if (stored.isValid() && !value) {
+                report.problems.append(
+                    where + u"%1=%2 is neither true nor false; the plug-in "
+                            u"uses the default"_s.arg(QLatin1StringView(key.name), shown));
+                setting.isDefault = true;
+            }
+            setting.value = value.value_or(key.defaultValue != 0) ? u"true"_s : u"false"_s;
+            break;
+        }
+        case SettingKind::Integer: {
+            const std::optional<int> value = Config::toInt(stored);
+            if (stored.isValid() && !value) {
+                report.problems.append(where +
+                                       u"%1=%2 is not a whole number; the plug-in uses "
+                                       u"the default"_s.arg(QLatin1StringView(key.name), shown));
+                setting.isDefault = true;
+            } else if (value && *value < 0 &&
+                       key.name == settingkeys::intervalBetweenOperations.name) {
+                report.problems.append(where +
+                                       u"%1=%2 is below 0: no pause is kept between "
+                                       u"client runs"_s.arg(QLatin1StringView(key.name), shown));
+            }
+            setting.value = QString::number(value.value_or(key.defaultValue));
+            break;
+        }
+        case SettingKind::IntegerList: {
+            QStringList codes;
+            for (const QString &item : config.getStringList(configKey, {})) {
+                bool ok = false;
+                item.toInt(&ok, 10);
+                if (ok)
+                    codes.append(item);
+                else
+                    report.problems.append(
+                        where + u"%1: \"%2\" is not a 32-bit whole number "
+                                u"and is dropped"_s.arg(QLatin1StringView(key.name), item));
+            }
+            setting.value = listText(codes);
+            break;
+        }
+        case SettingKind::TextList: {
+            QStringList texts;
+            for (const QString &item : config.getStringList(configKey, {}))
+                if (!item.trimmed().isEmpty() && !texts.contains(item.trimmed().toUpper()))
+                    texts.append(item.trimmed().toUpper());
+            setting.value = listText(texts);
+            break;
+        }
+        }
+        report.settings.append(setting);
+    }
+    // The file's problems in the order of its lines, after those of the client.
+    const auto lineOf = [](const QString &problem) {
+        const qsizetype at = problem.indexOf(u", line "_s);
+        return problem.startsWith(configName) && at > 0
+                   ? problem.mid(at + 7).section(u':', 0, 0).toInt()
+                   : 0;
+    };
+    std::stable_sort(report.problems.begin(), report.problems.end(),
+                     [&](const QString &a, const QString &b) { return lineOf(a) < lineOf(b); });
+    return report;
+}
+
+QString DirectoryCheck::text(const Report &report)
+{
+    QString out = u"processing directory %1\n"_s.arg(report.directory);
+    for (const QString &problem : report.problems)
+        out += u"  problem: "_s + problem + u'\n';
+    for (const QString &note : report.notes)
+        out += u"  note:    "_s + note + u'\n';
+    out += report.ok() ? u"  all is well\n"_s : QString();
+    out += u"\nsettings in effect:\n"_s;
+    for (const Setting &s : report.settings)
+        out += u"  %1 %2%3\n"_s.arg(s.key.leftJustified(40), s.value,
+                                    s.isDefault ? u"  (default)"_s : QString());
+    return out;
+}
+
+QString DirectoryCheck::json(const Report &report)
+{
+    QJsonArray settings;
+    for (const Setting &s : report.settings)
+        settings.append(
+            QJsonObject{{u"key"_s, s.key}, {u"value"_s, s.value}, {u"default"_s, s.isDefault}});
+    return JsonWriter()
+        .add(u"directory"_s, report.directory)
+        .add(u"ok"_s, report.ok())
+        .add(u"problems"_s, QJsonArray::fromStringList(report.problems))
+        .add(u"notes"_s, QJsonArray::fromStringList(report.notes))
+        .add(u"settings"_s, settings)
+        .toString();
+}
+
+QString DirectoryCheck::startHint(const QString &directory, const QString &reason)
+{
+    const QString client = QDir(directory).filePath(clientName);
+    QString hint;
+    if (reason == "no such directory"_L1)
+        hint = u"the processing directory %1 does not exist; choose the one that holds the "
+               u"payment client with --dir DIR"_s.arg(directory);
+    else if (reason == "no such file"_L1)
+        hint = u"there is no payment client %1; put it there, or choose its directory with "
+               u"--dir DIR"_s.arg(client);
+    else if (reason == "permission denied"_L1)
+        hint = u"%1 may not be run (permission denied); make it executable with chmod +x %1"_s.arg(
+            client);
+    else if (reason.startsWith("bad interpreter"_L1))
+        hint = u"%1 is a script whose interpreter%2 is missing; install it or correct the "
+               u"script's first line"_s.arg(client, reason.mid(15));
+    else if (reason == "argument list too long"_L1)
+        return u"the client's command line is longer than the system allows (argument list too "
+               u"long); a customer QR code is a few hundred characters at most, so scan it "
+               u"again"_s;
+    else
+        hint = u"%1 could not be started: %2"_s.arg(client, reason);
+    return hint + u" (posctl check --dir %1 looks at the whole directory)"_s.arg(directory);
+}

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+// A processing directory looked at as the plug-in will use it: whether the payment client can
+// be started there, whether zelnorinpas.conf parses, and which settings are in effect.
+class DirectoryCheck
+{
+public:
+    struct Setting
+    {
+        QString key; // "Group/name"
+        QString value;
+        bool isDefault = false;
+    };
+    struct Report
+    {
+        QString directory;
+        QStringList problems;
+        QStringList notes;
+        QList<Setting> settings;
+        bool ok() const { return problems.isEmpty(); }
+    };
+
+    static Report run(const QString &directory);
+    static QString text(const Report &report);
+    static QString json(const Report &report);
+
+    // Why the client could not be started, from the runner's reason, and what to do about it.
+    static QString startHint(const QString &directory, const QString &reason);
+};

@@ -1,0 +1,156 @@
+#include "posctlhost.h"
+
+#include "batchinput.h"
+#include "directorycheck.h"
+#include "formatter.h"
+#include "jsonwriter.h"
+
+#include <externalprocessthread.h>
+
+#include <csignal>
+#include <cstdio>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+void write(FILE *stream, const QString &text)
+{
+    // Written with its length: a NUL in a field must not cut the rest.
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
+    std::fflush(stream);
+}
+
+void complain(const QString &message)
+{
+    write(stderr, u"posctl: %1\n"_s.arg(message));
+}
+
+} // namespace
+
+PosctlHost::PosctlHost(const GlobalOptions &globals, SignalGuard::Mode mode)
+    : m_globals(globals)
+    , m_guard(m_watch, mode)
+    , m_runner(m_guard, m_watch, globals.interruptAfterMs)
+{
+    ExternalProcessThread::setMonitor(&m_watch);
+}
+
+PosctlHost::~PosctlHost()
+{
+    m_processor.reset();
+    ExternalProcessThread::setMonitor(nullptr);
+}
+
+bool PosctlHost::start(QString &error)
+{
+    const QString path =
+        m_globals.pluginPath.isEmpty() ? PaymentPlugin::defaultPath() : m_globals.pluginPath;
+    return m_plugin.load(path, error) && newProcessor(error);
+}
+
+bool PosctlHost::newProcessor(QString &error)
+{
+    m_processor.reset();
+    m_processor = m_plugin.createProcessor(error);
+    if (m_processor && m_globals.directory)
+        m_processor->setProcessingDirectory(*m_globals.directory);
+    return m_processor != nullptr;
+}
+
+void PosctlHost::print(const CommandRunner::Outcome &outcome, bool json)
+{
+    write(stdout, json ? outcome.json + u'\n' : outcome.text);
+    if (!outcome.hint.isEmpty())
+        complain(outcome.hint);
+}
+
+int PosctlHost::check()
+{
+    const DirectoryCheck::Report report =
+        DirectoryCheck::run(CommandRunner::processingDirectory(*m_processor));
+    write(stdout,
+          m_globals.json ? DirectoryCheck::json(report) + u'\n' : DirectoryCheck::text(report));
+    return report.ok() ? 0 : 1;
+}
+
+int PosctlHost::runOne(const Invocation &invocation)
+{
+    if (invocation.command == "check"_L1)
+        return check();
+    const CommandRunner::Outcome outcome = m_runner.run(*m_processor, invocation);
+    print(outcome, m_globals.json);
+    return outcome.exitCode;
+}
+
+int PosctlHost::runBatch()
+{
+    BatchInput input(m_guard.stopDescriptor());
+    int status = 0;
+    int lastLine = 0;
+    while (m_guard.stopSignal() == 0) {
+        const std::optional<QByteArray> raw = input.next();
+        if (!raw)
+            break;
+        const QString line = QString::fromUtf8(*raw).trimmed();
+        if (line.isEmpty() || line.startsWith(u'#'))
+            continue;
+        const std::optional<QStringList> words = CommandLine::splitWords(line);
+        GlobalOptions unused;
+        Invocation invocation;
+        QString error = u"unterminated quote"_s;
+        if (!words ||
+            !CommandLine::parse(*words, CommandLine::BatchLine, unused, invocation, error)) {
+            complain(u"batch line %1 %2: %3"_s.arg(input.lineNumber())
+                         .arg(Formatter::quoted(line), error));
+            return usageError;
+        }
+        lastLine = input.lineNumber();
+        if (invocation.command == "set-dir"_L1) {
+            const QString dir = invocation.positional.first();
+            m_processor->setProcessingDirectory(dir);
+            write(stdout, u"{\"setDir\":%1}\n"_s.arg(JsonWriter::encode(dir)));
+            status = 0;
+        } else if (invocation.command == "new-processor"_L1) {
+            if (!newProcessor(error)) {
+                complain(error);
+                return usageError;
+            }
+            write(stdout, u"{\"newProcessor\":true}\n"_s);
+            status = 0;
+        } else {
+            const CommandRunner::Outcome outcome = m_runner.run(*m_processor, invocation);
+            print(outcome, true);
+            status = outcome.exitCode;
+        }
+    }
+    if (const int signal = m_guard.stopSignal()) {
+        reportStoppedBatch(signal, lastLine, input.available());
+        return 128 + signal;
+    }
+    return status;
+}
+
+void PosctlHost::reportStoppedBatch(int signal, int lastLine, QList<QByteArray> notRun) const
+{
+    QStringList skipped;
+    int number = lastLine;
+    for (const QByteArray &raw : notRun) {
+        ++number;
+        const QString line = QString::fromUtf8(raw).trimmed();
+        if (!line.isEmpty() && !line.startsWith(u'#'))
+            skipped.append(u"line %1 %2"_s.arg(number).arg(Formatter::quoted(line)));
+    }
+    QString text =
+        u"the batch stopped on %1 "_s.arg(signal == SIGINT ? u"Ctrl+C"_s : u"a signal"_s);
+    text += lastLine > 0 ? u"after line %1"_s.arg(lastLine) : u"before its first line"_s;
+    if (skipped.isEmpty())
+        text += u"; no further lines were waiting"_s;
+    else if (skipped.size() <= 10)
+        text += u"; these did not run: "_s + skipped.join(u", "_s);
+    else
+        text += u"; these did not run: "_s + skipped.mid(0, 10).join(u", "_s) +
+                u", and %1 more"_s.arg(skipped.size() - 10);
+    complain(text);
+}

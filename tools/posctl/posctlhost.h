@@ -1,0 +1,40 @@
+#pragma once
+
+#include "clientwatch.h"
+#include "commandline.h"
+#include "commandrunner.h"
+#include "paymentplugin.h"
+#include "signalguard.h"
+
+#include <memory>
+
+// posctl as a host: the plug-in loaded as the till loads it, one processor, and the commands
+// run on it, one or a batch.
+class PosctlHost
+{
+public:
+    static constexpr int usageError = 2;
+
+    PosctlHost(const GlobalOptions &globals, SignalGuard::Mode mode);
+    ~PosctlHost();
+    PosctlHost(const PosctlHost &) = delete;
+    PosctlHost &operator=(const PosctlHost &) = delete;
+
+    // Loads the plug-in and takes a processor; on failure a sentence for the user in error.
+    bool start(QString &error);
+    int runOne(const Invocation &invocation);
+    int runBatch();
+
+private:
+    bool newProcessor(QString &error);
+    int check();
+    void print(const CommandRunner::Outcome &outcome, bool json);
+    void reportStoppedBatch(int signal, int lastLine, QList<QByteArray> notRun) const;
+
+    GlobalOptions m_globals;
+    ClientWatch m_watch;
+    SignalGuard m_guard;
+    CommandRunner m_runner;
+    PaymentPlugin m_plugin;
+    std::unique_ptr<AbstractPaymentProcessing> m_processor;
+};
