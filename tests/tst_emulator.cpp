@@ -10,6 +10,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -31,12 +32,15 @@ public:
         text.replace("intervalBetweenOperations=1", "intervalBetweenOperations=0");
         text.replace("readDelayMs=1000",
                      QByteArray("readDelayMs=" + QByteArray::number(readDelayMs)));
+        // Long enough to wrap on every slip.
+        text.replace("merchantName=", "merchantName=Общество с ограниченной ответственностью ");
         QFile copy(m_dir.filePath(u"zelnorinpas.conf"_s));
         copy.open(QIODevice::WriteOnly);
         copy.write(text);
     }
 
     QString directory() const { return m_dir.path(); }
+    QString journalPath() const { return m_dir.filePath(u"zelnorinpas-journal.json"_s); }
 
     ProgramRun posctl(const QStringList &arguments) const
     {
@@ -69,6 +73,11 @@ private Q_SLOTS:
     void sbpStaysOpen();
     void badCommandLines_data();
     void badCommandLines();
+    void refusals_data();
+    void refusals();
+    void oneDeviceForConcurrentClients();
+    void journalProblems_data();
+    void journalProblems();
 };
 
 void tst_Emulator::testAmounts_data()
@@ -241,6 +250,7 @@ void tst_Emulator::badCommandLines_data()
     QTest::newRow("SBP function of another operation")
         << QStringList{u"4"_s, u"-f"_s, u"paymentSbp"_s};
     QTest::newRow("unknown SBP function") << QStringList{u"1"_s, u"-f"_s, u"pay"_s};
+    QTest::newRow("help") << QStringList{u"--help"_s};
 }
 
 void tst_Emulator::badCommandLines()
@@ -248,10 +258,148 @@ void tst_Emulator::badCommandLines()
     QFETCH(QStringList, arguments);
     const Till till;
     const ProgramRun run = till.client(arguments);
+    if (arguments == QStringList{u"--help"_s}) {
+        QCOMPARE(run.exitCode, 0);
+        QVERIFY(run.out.startsWith("Usage: zelnorinpas CODE"));
+        return;
+    }
     QCOMPARE(run.exitCode, 2);
     QVERIFY(run.out.isEmpty());
     QCOMPARE(run.err.count('\n'), 1);
     QVERIFY(QString::fromUtf8(run.err).contains(QRegularExpression(u"[А-Яа-я]"_s)));
+}
+
+void tst_Emulator::refusals_data()
+{
+    QTest::addColumn<QList<QStringList>>("commands"); // the last one is judged
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<QString>("card");
+
+    const QStringList sale{u"sale"_s, u"500"_s};
+    const auto ofFirstSale = [](const QString &command, const QString &amount) {
+        return QStringList{command, amount, u"--rrn"_s, u"000000000001"_s};
+    };
+    const QString invalid = u"НЕВЕРНАЯ СУММА"_s;
+    QTest::newRow("amount 0") << QList<QStringList>{{u"sale"_s, u"0"_s}} << 16 << invalid << u""_s;
+    QTest::newRow("amount below 0")
+        << QList<QStringList>{{u"refund"_s, u"--"_s, u"-500"_s}} << 16 << invalid << u""_s;
+    QTest::newRow("totals would overflow")
+        << QList<QStringList>{sale, {u"sale"_s, u"9223372036854775800"_s}} << 16 << invalid
+        << u""_s;
+    QTest::newRow("refund of an unknown sale")
+        << QList<QStringList>{ofFirstSale(u"refund"_s, u"100"_s)} << 16 << u"ОПЕРАЦИЯ НЕ НАЙДЕНА"_s
+        << u""_s;
+    QTest::newRow("refund beyond what is left")
+        << QList<QStringList>{sale, ofFirstSale(u"refund"_s, u"300"_s),
+                              ofFirstSale(u"refund"_s, u"300"_s)}
+        << 16 << u"СУММА ПРЕВЫШАЕТ ОСТАТОК ОПЛАТЫ"_s << u""_s;
+    QTest::newRow("second cancel") << QList<QStringList>{sale, ofFirstSale(u"cancel"_s, u"500"_s),
+                                                         ofFirstSale(u"cancel"_s, u"500"_s)}
+                                   << 16 << u"ОПЕРАЦИЯ УЖЕ ОТМЕНЕНА"_s << u""_s;
+    // The sale took the day's first card; the refund, third of the day, would take another.
+    QTest::newRow("refund goes back to the sale's card")
+        << QList<QStringList>{sale, {u"sale"_s, u"600"_s}, ofFirstSale(u"refund"_s, u"100"_s)} << 1
+        << u"ОДОБРЕНО"_s << u"MIR ************4571"_s;
+}
+
+void tst_Emulator::refusals()
+{
+    QFETCH(QList<QStringList>, commands);
+    const Till till;
+    ProgramRun run;
+    for (const QStringList &command : commands)
+        run = till.posctl(command);
+    const QJsonObject answer = run.json();
+    QTEST(answer.value("status"_L1).toInt(), "status");
+    QTEST(run.message(), "message");
+    QTEST(QString(answer.value("cardType"_L1).toString() + u' ' + answer.value("pan"_L1).toString())
+              .trimmed(),
+          "card");
+}
+
+// Eight tills on one terminal at once: each operation is served whole, in turn.
+void tst_Emulator::oneDeviceForConcurrentClients()
+{
+    const Till till;
+    QList<QProcess *> tills;
+    for (int i = 1; i <= 8; ++i) {
+        auto *process = new QProcess(this);
+        process->start(QStringLiteral(POSCTL_PATH), {u"--json"_s, u"--dir"_s, till.directory(),
+                                                     u"sale"_s, u"%1"_s.arg(i * 100)});
+        tills.append(process);
+    }
+    QSet<QString> references;
+    for (QProcess *process : std::as_const(tills)) {
+        QVERIFY(process->waitForFinished(60000));
+        const QJsonObject answer =
+            QJsonDocument::fromJson(process->readAllStandardOutput()).object();
+        QCOMPARE(answer.value("result"_L1).toInt(), 0);
+        references.insert(answer.value("referenceNumber"_L1).toString());
+    }
+    QCOMPARE(references.size(), 8);
+    const ProgramRun totals = till.posctl({u"reconcile"_s});
+    QVERIFY2(totals.slips().contains(u"ОПЛАТА      8 шт.                  36.00"_s),
+             qPrintable(totals.slips()));
+}
+
+void tst_Emulator::journalProblems_data()
+{
+    QTest::addColumn<QByteArray>("journal"); // "dir": a directory in its place
+    QTest::addColumn<bool>("sizeLimit");     // the client may not write files
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<QString>("reference");
+
+    QTest::newRow("cannot be read")
+        << QByteArray("{\"sequence\": 1, garbage") << false << u"повреждён"_s << u""_s;
+    QTest::newRow("a directory in its place")
+        << QByteArray("dir") << false << u"не читается"_s << u""_s;
+    QTest::newRow("cannot be saved") << QByteArray(R"({"sequence":5,"period":1,"entries":[]})")
+                                     << true << u"не удалось сохранить журнал"_s << u""_s;
+    QTest::newRow("largest 32-bit sequence")
+        << QByteArray(R"({"sequence":2147483647,"period":1,"entries":[]})") << false
+        << u"ОДОБРЕНО"_s << u"002147483648"_s;
+    QTest::newRow("largest sequence wraps to 1")
+        << QByteArray(R"({"sequence":9223372036854775807,"period":1,"entries":[]})") << false
+        << u"ОДОБРЕНО"_s << u"000000000001"_s;
+    QTest::newRow("12-digit reference wraps")
+        << QByteArray(R"({"sequence":999999999999,"period":1,"entries":[]})") << false
+        << u"ОДОБРЕНО"_s << u"000000000001"_s;
+}
+
+// A journal that cannot be read or saved refuses the operation and stays as it was; the
+// numbers never turn negative.
+void tst_Emulator::journalProblems()
+{
+    QFETCH(QByteArray, journal);
+    QFETCH(bool, sizeLimit);
+    QFETCH(QString, reference);
+    const Till till;
+    if (journal == "dir") {
+        QVERIFY(QDir(till.directory()).mkdir(u"zelnorinpas-journal.json"_s));
+    } else {
+        QFile file(till.journalPath());
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(journal);
+    }
+    if (sizeLimit) {
+        QDir dir(till.directory());
+        QVERIFY(dir.rename(u"zelnorinpas"_s, u"emulator"_s));
+        QFile wrapper(dir.filePath(u"zelnorinpas"_s));
+        QVERIFY(wrapper.open(QIODevice::WriteOnly));
+        wrapper.write("#!/bin/sh\nulimit -f 0\nexec ./emulator \"$@\"\n");
+        wrapper.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
+    }
+    const ProgramRun run = till.posctl({u"sale"_s, u"500"_s});
+    QFETCH(QString, message);
+    QVERIFY2(run.message().contains(message), qPrintable(run.message()));
+    QCOMPARE(run.json().value("referenceNumber"_L1).toString(), reference);
+    QFile file(till.journalPath());
+    if (reference.isEmpty() && journal != "dir") {
+        QCOMPARE(run.exitCode, 1);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), journal);
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_Emulator)
