@@ -6,7 +6,7 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test demo bench package install asan clean format
+.PHONY: all deps configure build test demo bench package package-check install asan clean format
 
 all: build
 
@@ -29,8 +29,15 @@ bench:
 	$(MAKE) build CMAKE_FLAGS="$(CMAKE_FLAGS) -DINPAS_BUILD_BENCHMARKS=ON"
 	$(BUILD_DIR)/bin/bench_inpas
 
-package: build
-	cd $(BUILD_DIR) && cpack -G DEB
+# Debian packages with debhelper, collected in $(BUILD_DIR)/packages.
+package:
+	scripts/install-deps --packaging
+	scripts/package $(BUILD_DIR)
+
+# The packages built, judged by lintian, installed into a throw-away root, used and purged.
+package-check:
+	scripts/install-deps --packaging
+	scripts/package-check $(BUILD_DIR)
 
 install: build
 	cmake --install $(BUILD_DIR)
@@ -43,4 +50,4 @@ format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR) build-asan
+	rm -rf $(BUILD_DIR) build-asan obj-*

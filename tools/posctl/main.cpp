@@ -24,21 +24,23 @@ int fail(const QString &message)
 }
 
 const char helpText[] = R"(Usage: posctl [OPTIONS] COMMAND [ARGS] [REQUEST OPTIONS]
-       posctl [OPTIONS] batch < commands.txt
+  or:  posctl [OPTIONS] batch < commands.txt
 
 A command-line POS host for the Inpas payment plug-in: it loads the plug-in as the till's host
 does, takes a processor from its factory and makes one host call per command.
 
 Payments. AMOUNT is a whole number in minor units, passed to the terminal unchanged: 150000 is
 1500.00. Write an amount below 0 after --, as in: posctl sale -- -500
-  sale AMOUNT          card sale                          payment, type 1
-  refund AMOUNT        card refund                        payment, type 2 (--type 3: the other kind)
-  cancel AMOUNT        cancel a card sale                 cancel, type 1
-  sbp-pay AMOUNT       SBP payment, QR code on the PIN pad  paymentByQRCodeOnPinPad, type 1
-  sbp-refund AMOUNT    SBP refund on the PIN pad          cancelByQRCodeOnPinPad, type 3
+  sale AMOUNT          card sale (payment, type 1)
+  refund AMOUNT        card refund (payment, type 2; --type 3 for the other kind)
+  cancel AMOUNT        cancellation of a card sale (cancel, type 1)
+  sbp-pay AMOUNT       SBP payment with the QR code on the PIN pad
+                       (paymentByQRCodeOnPinPad, type 1)
+  sbp-refund AMOUNT    SBP refund on the PIN pad (cancelByQRCodeOnPinPad, type 3)
 
 Service:
-  reconcile            reconciliation of totals ("Сверка итогов"); with --merchant M for one entity
+  reconcile            reconciliation of totals ("Сверка итогов"); with --merchant M for one
+                       legal entity
   report               full report; with --merchant M for one legal entity
   short-report         short report
   copy                 copy of the last slip
@@ -61,8 +63,11 @@ Request options (sale, refund, cancel, sbp-pay, sbp-refund):
   --auth A             authorisation code of the operation referred to
   --customer-qr CODE   the customer's scanned QR code (Latin-1 text)
   --currency N         currency code: 1 passes the customer code on (default), 2 does not
-  --form-text T, --form-number N, --form-seq N, --form-time yyyy-MM-ddThh:mm:ss
-                       parts of the SBP form identifier (time: now by default)
+  --form-text T        first part of the SBP form identifier
+  --form-number N      second part of the SBP form identifier
+  --form-seq N         third part of the SBP form identifier
+  --form-time TIME     last part of the SBP form identifier, as yyyy-MM-ddThh:mm:ss (now by
+                       default)
 
 Options:
   --plugin PATH        the plug-in library (default: beside posctl, then the installed one)
@@ -70,7 +75,8 @@ Options:
   --json               print one JSON object on stdout
   -v, --verbose        show the log of the plug-in and the host on stderr, with times
   --log FILE           append every log line, with its time, to FILE (whatever -v says)
-  --interrupt-after MS call interruptPayment() MS milliseconds after the operation starts
+  --interrupt-after MS
+                       call interruptPayment() MS milliseconds after the operation starts
   -h, --help           show this help
   --version            show the version
 
