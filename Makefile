@@ -6,7 +6,7 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test demo bench package package-check install asan clean format
+.PHONY: all deps configure build test demo bench fuzz package package-check install asan clean format
 
 all: build
 
@@ -25,9 +25,15 @@ test: build
 demo: build
 	scripts/demo $(BUILD_DIR)
 
+# Benchmarks in a Release build of their own; prints one table (see docs/performance.md).
 bench:
-	$(MAKE) build CMAKE_FLAGS="$(CMAKE_FLAGS) -DINPAS_BUILD_BENCHMARKS=ON"
-	$(BUILD_DIR)/bin/bench_inpas
+	$(MAKE) build BUILD_DIR=build-bench BUILD_TYPE=Release \
+	    CMAKE_FLAGS="$(CMAKE_FLAGS) -DINPAS_BUILD_BENCHMARKS=ON -DBUILD_TESTING=OFF"
+	build-bench/bin/bench_inpas
+
+# Every libFuzzer target for FUZZ_SECONDS (default 60) under ASan and UBSan; not part of test.
+fuzz: deps
+	scripts/fuzz build-fuzz
 
 # Debian packages with debhelper, collected in $(BUILD_DIR)/packages.
 package:
@@ -43,11 +49,21 @@ install: build
 	cmake --install $(BUILD_DIR)
 
 # Builds the whole tree with AddressSanitizer and UndefinedBehaviorSanitizer and runs the tests.
+# Every process the tests start writes its reports into one folder; any report fails the run,
+# also one from a process whose exit status no test looks at.
+SANITIZER_REPORTS = $(CURDIR)/build-asan/sanitizer-reports
 asan:
-	$(MAKE) test BUILD_DIR=build-asan BUILD_TYPE=Debug CMAKE_FLAGS="$(CMAKE_FLAGS) -DINPAS_SANITIZE=ON"
+	rm -rf $(SANITIZER_REPORTS) && mkdir -p $(SANITIZER_REPORTS)
+	ASAN_OPTIONS=log_path=$(SANITIZER_REPORTS)/asan:detect_leaks=1 \
+	UBSAN_OPTIONS=log_path=$(SANITIZER_REPORTS)/ubsan:print_stacktrace=1 \
+	    $(MAKE) test BUILD_DIR=build-asan BUILD_TYPE=Debug \
+	    CMAKE_FLAGS="$(CMAKE_FLAGS) -DINPAS_SANITIZE=ON"
+	@if [ -n "$$(ls -A $(SANITIZER_REPORTS))" ]; then \
+	    cat $(SANITIZER_REPORTS)/*; echo "asan: the sanitizer reports above" >&2; exit 1; fi
+	@echo "asan: no sanitizer reports"
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR) build-asan obj-*
+	rm -rf $(BUILD_DIR) build-asan build-bench build-fuzz obj-*

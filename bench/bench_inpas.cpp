@@ -1,114 +1,448 @@
-// How long the plug-in's own work takes around a client run: parsing answers and receipts,
-// the BER-TLV codec, and one run of a trivial client.
+// make bench: what each step of the plug-in costs, measured against the bare minimum for the
+// same work in the same run. Prints one Markdown table; every figure is the median of several
+// repetitions. Not a test: the goals are targets to read, not assertions.
 
+#include <answer/cardmask.h>
 #include <answer/receiptrecord.h>
 #include <plugin/inpaspaymentprocessing.h>
 #include <tlv/bertlv.h>
 
+#include <externalprocessthread.h>
+#include <log4qt/logmanager.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QLoggingCategory>
 #include <QRegExp>
+#include <QRegularExpression>
 #include <QTemporaryDir>
-#include <QTest>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fcntl.h>
+#include <functional>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+extern char **environ;
 
 using namespace Qt::Literals::StringLiterals;
-using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
 
 namespace {
 
-QString receipt(int records)
+constexpr int repetitions = 7;
+
+// The median over repetitions of the time of one call, in nanoseconds.
+double median(const std::function<void()> &work, int callsPerRepetition, int repeats = repetitions)
 {
-    QString text;
-    const QString slip = QString(40, u'x') + u'\n';
-    for (int i = 0; i < records; ++i)
-        text += u"0xDF^1^"_s + slip.repeated(30) + u'~';
-    return text;
+    std::vector<double> times;
+    for (int r = 0; r < repeats; ++r) {
+        const auto start = Clock::now();
+        for (int i = 0; i < callsPerRepetition; ++i)
+            work();
+        times.push_back(std::chrono::duration<double, std::nano>(Clock::now() - start).count() /
+                        callsPerRepetition);
+    }
+    std::nth_element(times.begin(), times.begin() + repeats / 2, times.end());
+    return times[size_t(repeats / 2)];
+}
+
+struct Row
+{
+    QString what;
+    QString against;
+    QString measured;
+    QString goal;
+    bool met;
+};
+std::vector<Row> rows;
+
+void add(const QString &what, const QString &against, const QString &measured, const QString &goal,
+         bool met)
+{
+    rows.push_back({what, against, measured, goal, met});
+    std::fprintf(stderr, "bench: %s: %s\n", qPrintable(what), qPrintable(measured));
+}
+
+QString ratio(double value)
+{
+    return QString::number(value, 'f', 2) + u" x"_s;
+}
+
+void writeFile(const QString &path, const QByteArray &content, bool executable = false)
+{
+    QFile file(path);
+    file.open(QIODevice::WriteOnly | QIODevice::Truncate);
+    file.write(content);
+    file.close();
+    if (executable)
+        file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+// A processing directory with a client that prints one short approval.
+struct TrivialTill
+{
+    TrivialTill()
+    {
+        writeFile(dir.filePath(u"zelnorinpas"_s), "#!/bin/sh\necho '{\"Status\":1}'\n", true);
+        writeFile(dir.filePath(u"zelnorinpas.conf"_s), "[Client]\nintervalBetweenOperations=0\n");
+    }
+    QTemporaryDir dir;
+};
+
+// The bare minimum for one client run: posix_spawn, its standard output read through a pipe,
+// waitpid.
+void spawnAndWait(const QByteArray &directory)
+{
+    int out[2];
+    if (::pipe2(out, O_CLOEXEC) != 0)
+        return;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addchdir_np(&actions, directory.constData());
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    char program[] = "./zelnorinpas";
+    char *argv[] = {program, nullptr};
+    pid_t pid = 0;
+    posix_spawn(&pid, program, &actions, nullptr, argv, environ);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(out[1]);
+    char buffer[4096];
+    while (::read(out[0], buffer, sizeof buffer) > 0) {
+    }
+    ::close(out[0]);
+    ::waitpid(pid, nullptr, 0);
+}
+
+void operation()
+{
+    const TrivialTill till;
+    InpasPaymentProcessing processor;
+    processor.setProcessingDirectory(till.dir.path());
+    const QByteArray directory = QFile::encodeName(till.dir.path());
+    const double ours = median([&] { processor.balance(QString()); }, 200);
+    const double bare = median([&] { spawnAndWait(directory); }, 200);
+    add(u"one operation through the processor (interval 0, trivial client)"_s,
+        u"posix_spawn + waitpid of the same client, its stdout read through a pipe"_s,
+        ratio(ours / bare) +
+            u" (%1 ms against %2 ms)"_s.arg(ours / 1e6, 0, 'f', 2).arg(bare / 1e6, 0, 'f', 2),
+        u"at most 1.15 x"_s, ours / bare <= 1.15);
+}
+
+QString slipText()
+{
+    return u"         ООО \"ТЕСТОВЫЙ МАГАЗИН\"\n       г. Москва, ул. Примерная, 1\n"
+           u"ТЕРМИНАЛ:                       00012345\nДАТА: 23.11.2026         ВРЕМЯ: 09:29:34\n"
+           u"----------------------------------------\n                  ОПЛАТА\n"
+           u"СУММА (RUB):                     1500.00\nКАРТА:              MIR ************4571\n"
+           u"КОД АВТОРИЗАЦИИ:                  107919\nRRN:                        000000000001\n"
+           u"----------------------------------------\n                 ОДОБРЕНО\n"_s;
+}
+
+QByteArray approvedAnswer(const QString &receipt)
+{
+    return QJsonDocument(QJsonObject{{u"Status"_s, 1},
+                                     {u"ResponseCodeHost"_s, 0},
+                                     {u"TextResponse"_s, u"ОДОБРЕНО"_s},
+                                     {u"AuthorizationCode"_s, u"107919"_s},
+                                     {u"ReferenceNumber"_s, u"000000000001"_s},
+                                     {u"CardType"_s, u"MIR"_s},
+                                     {u"PAN"_s, u"************4571"_s},
+                                     {u"ReceiptData"_s, receipt}})
+        .toJson(QJsonDocument::Compact);
+}
+
+void answerParsing()
+{
+    InpasPaymentProcessing processor;
+    const QByteArray output =
+        approvedAnswer(u"0xDE^0^MIR~0xDF^1^"_s + slipText() + u"КОПИЯ КЛИЕНТА~0xDF^2^"_s +
+                       slipText() + u"КОПИЯ ПРОДАВЦА~"_s);
+    const double ours = median([&] { processor.processAnswer(output, nullptr); }, 20000);
+    const double bare = median([&] { QJsonDocument::fromJson(output); }, 20000);
+    add(u"answer parsing of a typical approved answer with two slips"_s,
+        u"parsing the same JSON with QJsonDocument alone"_s,
+        ratio(ours / bare) +
+            u" (%1 µs against %2 µs)"_s.arg(ours / 1e3, 0, 'f', 1).arg(bare / 1e3, 0, 'f', 1),
+        u"at most 1.5 x"_s, ours / bare <= 1.5);
+}
+
+QString receipt(qsizetype bytes, bool pathological)
+{
+    if (pathological)
+        return QString(bytes, u'a') + u"^b"_s; // a tag with no second separator
+    const QString record = u"0xDF^1^"_s + slipText() + u'~';
+    return record.repeated(bytes / record.size() + 1).left(bytes);
+}
+
+int byPattern(QRegExp &pattern, const QString &data)
+{
+    int count = 0;
+    for (int pos = 0; (pos = pattern.indexIn(data, pos)) != -1; pos += pattern.matchedLength())
+        ++count;
+    return count;
+}
+
+int byPattern(const QRegularExpression &pattern, const QString &data)
+{
+    int count = 0;
+    for (auto it = pattern.globalMatch(data); it.hasNext(); it.next())
+        ++count;
+    return count;
+}
+
+void receiptScanning()
+{
+    const QString pattern = u"([^\\^]+)\\^([^\\^]*)\\^([^~]*)~"_s;
+    for (const bool pathological : {false, true}) {
+        const QString kind = pathological ? u"pathological"_s : u"real"_s;
+        const QString text = receipt(64 * 1024, pathological);
+        QRegExp regExp(pattern);
+        const QRegularExpression regularExpression(pattern);
+        const double ours = median([&] { scanReceiptRecords(text); }, 20);
+        // The old pattern is quadratic on the pathological text: three runs of it are enough.
+        const double old = median([&] { byPattern(regExp, text); }, 1, 3);
+        const double pcre = median([&] { byPattern(regularExpression, text); }, 1, 3);
+        add(u"receipt scanning, 64 KB of %1 text"_s.arg(kind),
+            u"the pattern with QRegExp (QRegularExpression)"_s,
+            u"%1 x faster (%2 x)"_s.arg(old / ours, 0, 'f', 0).arg(pcre / ours, 0, 'f', 0),
+            u"at least 10 x faster than QRegExp"_s, old / ours >= 10);
+
+        std::vector<double> perByte;
+        QStringList shown;
+        for (const qsizetype size : {1024, 16 * 1024, 256 * 1024, 4 * 1024 * 1024}) {
+            const QString sized = receipt(size, pathological);
+            const int calls = int(std::max<qsizetype>(1, 4 * 1024 * 1024 / size));
+            perByte.push_back(median([&] { scanReceiptRecords(sized); }, calls) / double(size));
+            shown.append(QString::number(perByte.back(), 'f', 2));
+        }
+        const double spread = *std::max_element(perByte.begin(), perByte.end()) /
+                              *std::min_element(perByte.begin(), perByte.end());
+        add(u"receipt scanning of %1 text, time per byte at 1 KB, 16 KB, 256 KB, 4 MB"_s.arg(kind),
+            u"the smallest of the four"_s,
+            u"%1 ns per byte; largest %2 x the smallest"_s.arg(shown.join(u", "_s))
+                .arg(spread, 0, 'f', 2),
+            u"flat (at most 2 x)"_s, spread <= 2.0);
+    }
+}
+
+void berTlvParsing()
+{
+    // 10,000 elements with three-byte tags and 100-byte values: about 1 MB.
+    QByteArray data;
+    std::vector<std::pair<qsizetype, qsizetype>> values;
+    for (int i = 0; i < 10000; ++i) {
+        const QByteArray tag = QByteArray::fromHex("DF") + char(0x80 | (i >> 7)) + char(i & 0x7F);
+        const QByteArray element = tlv::generateBerTlvTag(
+            QString::fromLatin1(tag.toHex().toUpper()), QByteArray(100, 'v'));
+        values.emplace_back(data.size() + element.size() - 100, 100);
+        data += element;
+    }
+    const double ours = median([&] { tlv::parseBerTlv(data); }, 100);
+    const double bare = median(
+        [&] {
+            QList<QByteArray> copies;
+            copies.reserve(qsizetype(values.size()));
+            for (const auto &[offset, size] : values)
+                copies.append(data.sliced(offset, size));
+        },
+        100);
+    add(u"parseBerTlv over %1 KB of 10,000 elements"_s.arg(data.size() / 1024),
+        u"copying the same values into a QList<QByteArray>"_s,
+        ratio(ours / bare) +
+            u" (%1 ms against %2 ms)"_s.arg(ours / 1e6, 0, 'f', 2).arg(bare / 1e6, 0, 'f', 2),
+        u"at most 3 x"_s, ours / bare <= 3.0);
+}
+
+// The least a log appender does with a line: encode it and write it out.
+FILE *devNull = nullptr;
+void writeOut(QtMsgType, const QMessageLogContext &, const QString &message)
+{
+    const QByteArray line = message.toUtf8();
+    std::fwrite(line.constData(), 1, size_t(line.size()), devNull);
+    std::fputc('\n', devNull);
+}
+
+void discard(QtMsgType, const QMessageLogContext &, const QString &) {}
+
+void logMasking()
+{
+    // The lines the plug-in writes for a 64 KB answer: the raw output, the receipt, each slip,
+    // each formatted afresh as the plug-in formats it, then logged with or without masking.
+    QString slips;
+    while (approvedAnswer(slips).size() < 64 * 1024)
+        slips += u"0xDF^1^"_s + slipText() + u"КАРТА 4111 1111 1111 1111~"_s;
+    const QString output = QString::fromUtf8(approvedAnswer(slips));
+    const QList<ReceiptRecord> records = scanReceiptRecords(slips);
+
+    QLoggingCategory::setFilterRules(u"inpas.debug=true"_s);
+    Log4Qt::Logger *logger = Log4Qt::LogManager::logger(u"inpas"_s);
+    // As the plug-in writes them: the raw output under both rules, every other line under the
+    // rule for any text.
+    const auto logAnswer = [&](bool masking) {
+        QString raw = u"Ответ процессинга: %1"_s.arg(output);
+        logger->debug(masking ? CardMask::text(CardMask::panMembers(std::move(raw))) : raw);
+        const auto log = [&](QString line) {
+            logger->debug(masking ? CardMask::text(std::move(line)) : line);
+        };
+        log(u"Слипы: %1"_s.arg(slips));
+        for (const ReceiptRecord &record : records)
+            log(u"Получен слип: '%1'"_s.arg(record.text));
+    };
+    devNull = std::fopen("/dev/null", "w");
+    for (const bool written : {true, false}) {
+        const QtMessageHandler previous = qInstallMessageHandler(written ? writeOut : discard);
+        const double masked = median([&] { logAnswer(true); }, 50);
+        const double plain = median([&] { logAnswer(false); }, 50);
+        qInstallMessageHandler(previous);
+        add(u"log masking of a %1 KB answer (%2 lines)"_s.arg(output.toUtf8().size() / 1024)
+                .arg(records.size() + 2),
+            written ? u"the same lines logged without masking, each written out as UTF-8"_s
+                    : u"the same lines without masking, thrown away by the log (for reference)"_s,
+            ratio(masked / plain) + u" (%1 µs against %2 µs)"_s.arg(masked / 1e3, 0, 'f', 0)
+                                        .arg(plain / 1e3, 0, 'f', 0),
+            written ? u"at most 2 x"_s : u"-"_s, !written || masked / plain <= 2.0);
+    }
+    std::fclose(devNull);
+    QLoggingCategory::setFilterRules(u"inpas*=false"_s);
+}
+
+// When each client starts, as the host's process runner sees it.
+class StartTimes : public ProcessMonitor
+{
+public:
+    void started(qint64, const QString &, const QString &) override
+    {
+        times.push_back(Clock::now());
+    }
+    std::vector<Clock::time_point> times;
+};
+
+void pacing()
+{
+    const TrivialTill till;
+    writeFile(till.dir.filePath(u"zelnorinpas.conf"_s), "[Client]\nintervalBetweenOperations=1\n");
+    InpasPaymentProcessing processor;
+    processor.setProcessingDirectory(till.dir.path());
+    StartTimes starts;
+    ExternalProcessThread::setMonitor(&starts);
+    std::vector<double> lateMs;
+    processor.balance(QString());
+    for (int i = 0; i < 5; ++i) {
+        const auto stamped = Clock::now(); // a moment after the previous run was stamped
+        processor.balance(QString());
+        lateMs.push_back(std::chrono::duration<double, std::milli>(starts.times.back() - stamped -
+                                                                   std::chrono::seconds(1))
+                             .count());
+    }
+    ExternalProcessThread::setMonitor(nullptr);
+    std::sort(lateMs.begin(), lateMs.end());
+    add(u"pacing: start of the next client after an interval of 1 s"_s, u"the interval itself"_s,
+        u"late by %1 ms (median of 5; at most %2 ms)"_s.arg(lateMs[2], 0, 'f', 2)
+            .arg(lateMs.back(), 0, 'f', 2),
+        u"late by at most 5 ms"_s, lateMs.back() <= 5.0);
+}
+
+// posctl's peak resident memory and time on an approved answer with one slip of that size.
+std::pair<double, double> posctlOnBigAnswer(const QTemporaryDir &till, const char *mode)
+{
+    const QByteArray posctl = QFile::encodeName(QStringLiteral(POSCTL_PATH));
+    const QByteArray directory = QFile::encodeName(till.path());
+    std::vector<QByteArray> words{posctl, "--dir", directory, "sale", "100"};
+    if (mode)
+        words.insert(words.begin() + 1, mode);
+    std::vector<char *> argv;
+    for (QByteArray &word : words)
+        argv.push_back(word.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    const auto start = Clock::now();
+    pid_t pid = 0;
+    posix_spawn(&pid, posctl.constData(), &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    int status = 0;
+    rusage usage{};
+    ::wait4(pid, &status, 0, &usage);
+    const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    return {double(usage.ru_maxrss) * 1024.0, seconds};
+}
+
+// Writes an approved answer with one slip of 50 MB into the directory, beside a client that
+// prints it. Done by a child process: the benchmark's own memory must stay small, because a
+// spawned program's peak as wait4() reports it starts from its parent's at the spawn.
+void writeBigAnswer(const QString &directory)
+{
+    QString slip;
+    while (slip.size() < 50 * 1024 * 1024)
+        slip += slipText();
+    writeFile(directory + u"/answer.json"_s, approvedAnswer(u"0xDF^1^"_s + slip + u'~'));
+}
+
+void peakMemory(const QString &self)
+{
+    QTemporaryDir till;
+    writeFile(till.filePath(u"zelnorinpas"_s), "#!/bin/sh\ncat answer.json\n", true);
+    writeFile(till.filePath(u"zelnorinpas.conf"_s), "[Client]\nintervalBetweenOperations=0\n");
+    QByteArray program = QFile::encodeName(self);
+    QByteArray option = "--write-big-answer";
+    QByteArray directory = QFile::encodeName(till.path());
+    char *argv[] = {program.data(), option.data(), directory.data(), nullptr};
+    pid_t pid = 0;
+    posix_spawn(&pid, program.constData(), nullptr, nullptr, argv, environ);
+    ::waitpid(pid, nullptr, 0);
+    const double size = double(QFileInfo(till.filePath(u"answer.json"_s)).size());
+
+    for (const char *mode : {static_cast<const char *>(nullptr), "--json"}) {
+        const auto [peak, seconds] = posctlOnBigAnswer(till, mode);
+        add(u"peak memory of posctl%1 on a %2 MB approved answer (one slip)"_s
+                .arg(mode ? u" --json"_s : QString())
+                .arg(qint64(size) / (1024 * 1024)),
+            u"the answer's size"_s,
+            ratio(peak / size) +
+                u" (%1 MB, %2 s)"_s.arg(peak / (1024 * 1024), 0, 'f', 0).arg(seconds, 0, 'f', 1),
+            u"at most 6 x"_s, peak / size <= 6.0);
+    }
 }
 
 } // namespace
 
-class BenchInpas : public QObject
+int main(int argc, char *argv[])
 {
-    Q_OBJECT
-
-private Q_SLOTS:
-    void initTestCase() { QLoggingCategory::setFilterRules(u"inpas.*=false"_s); }
-    void receiptScanner();
-    void receiptPatternBadInput();
-    void receiptScannerBadInput();
-    void processAnswer();
-    void parseBerTlv();
-    void clientRun();
-};
-
-void BenchInpas::receiptScanner()
-{
-    const QString text = receipt(20);
-    QBENCHMARK
-    {
-        scanReceiptRecords(text);
+    QCoreApplication app(argc, argv);
+    QLoggingCategory::setFilterRules(u"inpas*=false\nzelnorhost*=false"_s);
+    if (app.arguments().value(1) == "--write-big-answer"_L1) {
+        writeBigAnswer(app.arguments().value(2));
+        return 0;
     }
-}
+    const QStringList only = app.arguments().mid(1);
+    // Memory first, while the benchmark itself is still small (see writeBigAnswer()).
+    const std::vector<std::pair<QString, std::function<void()>>> all{
+        {u"memory"_s, [&] { peakMemory(app.applicationFilePath()); }},
+        {u"operation"_s, operation},
+        {u"parsing"_s, answerParsing},
+        {u"receipts"_s, receiptScanning},
+        {u"tlv"_s, berTlvParsing},
+        {u"masking"_s, logMasking},
+        {u"pacing"_s, pacing}};
+    for (const auto &[name, run] : all)
+        if (only.isEmpty() || only.contains(name))
+            run();
 
-// The pattern the scanner replaces, on a long tag with no second separator.
-void BenchInpas::receiptPatternBadInput()
-{
-    const QString text = QString(5000, u'a') + u"^b"_s;
-    QRegExp pattern(u"([^\\^]+)\\^([^\\^]*)\\^([^~]*)~"_s);
-    QBENCHMARK
-    {
-        pattern.indexIn(text, 0);
-    }
+    std::printf("| what | against | measured | goal | met |\n|---|---|---|---|---|\n");
+    for (const Row &row : rows)
+        std::printf("| %s | %s | %s | %s | %s |\n", qPrintable(row.what), qPrintable(row.against),
+                    qPrintable(row.measured), qPrintable(row.goal), row.met ? "yes" : "no");
+    return 0;
 }
-
-void BenchInpas::receiptScannerBadInput()
-{
-    const QString text = QString(5000, u'a') + u"^b"_s;
-    QBENCHMARK
-    {
-        scanReceiptRecords(text);
-    }
-}
-
-void BenchInpas::processAnswer()
-{
-    InpasPaymentProcessing processor;
-    const QByteArray output =
-        QByteArray(R"({"Status":1,"TextResponse":"ОДОБРЕНО","CardType":"VISA",)"
-                   R"("PAN":"************1234","ReceiptData":")") +
-        receipt(2).replace(u'\n', u"\\n"_s).toUtf8() + "\"}";
-    QBENCHMARK
-    {
-        processor.processAnswer(output, nullptr);
-    }
-}
-
-void BenchInpas::parseBerTlv()
-{
-    QByteArray data;
-    for (int i = 0; i < 100; ++i)
-        data += tlv::generateBerTlvTag(u"DF%1"_s.arg(i % 64 + 0x40, 2, 16), QByteArray(200, 'v'));
-    QBENCHMARK
-    {
-        tlv::parseBerTlv(data);
-    }
-}
-
-void BenchInpas::clientRun()
-{
-    QTemporaryDir dir;
-    QFile client(dir.filePath(u"zelnorinpas"_s));
-    QVERIFY(client.open(QIODevice::WriteOnly));
-    client.write("#!/bin/sh\necho '{\"Status\":1}'\n");
-    client.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
-    client.close();
-    InpasPaymentProcessing processor;
-    processor.setProcessingDirectory(dir.path());
-    QBENCHMARK
-    {
-        processor.executeCommand(15, {}, 10s);
-    }
-}
-
-QTEST_GUILESS_MAIN(BenchInpas)
-#include "bench_inpas.moc"

@@ -81,9 +81,13 @@ ExternalProcessThread::ExternalProcessThread(const QString &program,
 
 ExternalProcessThread::~ExternalProcessThread()
 {
-    if (isRunning()) {
-        m_abort = true;
-        wait();
+    // Destroyed without exec(): the program is still ours to end.
+    if (m_pid > 0 && !m_waited) {
+        killGroup();
+        pollExited(true);
+        m_error = UnknownError;
+        m_abandoned = true;
+        reportEnd();
     }
     closeDescriptors();
     if (m_pid > 0 && !m_reaped) {
@@ -193,7 +197,6 @@ void ExternalProcessThread::start()
         ::fcntl(m_pidFd, F_SETFD, FD_CLOEXEC);
     if (ProcessMonitor *m = monitor.load())
         m->started(m_pid, m_program, m_workingDirectory);
-    QThread::start();
 }
 
 bool ExternalProcessThread::exec()
@@ -203,7 +206,8 @@ bool ExternalProcessThread::exec()
             m_error = FailedToStart;
         return false;
     }
-    wait();
+    if (!m_waited)
+        waitForEnd();
     return m_error == NoError;
 }
 
@@ -277,6 +281,15 @@ void ExternalProcessThread::closeDescriptors()
 
 void ExternalProcessThread::run()
 {
+    if (m_pid > 0 && !m_waited)
+        waitForEnd();
+}
+
+// The caller's thread waits here: a thread of its own per run would cost a thread start and
+// two context switches for nothing, since the caller only waits.
+void ExternalProcessThread::waitForEnd()
+{
+    m_waited = true;
     const Clock::time_point deadline = Clock::now() + m_timeout;
     Clock::time_point nextTick = Clock::now() + timerPeriod;
     bool exited = false;
@@ -291,10 +304,10 @@ void ExternalProcessThread::run()
         const bool outputOpen = m_stdoutFd >= 0 || m_stderrFd >= 0;
         if (exited && (!outputOpen || now >= exitedAt + drainGrace))
             break;
-        if (!exited && (now >= deadline || m_abort)) {
+        if (!exited && now >= deadline) {
             killGroup();
             pollExited(true);
-            m_error = m_abort ? UnknownError : Timedout;
+            m_error = Timedout;
             break;
         }
         if (!exited && now >= nextTick) {
@@ -309,8 +322,7 @@ void ExternalProcessThread::run()
         // seen by looking again, so look often.
         if (m_pidFd < 0 || exited)
             waitMs = std::min<decltype(waitMs)>(waitMs, 5);
-        // Bounded so that an abort request is noticed promptly.
-        waitMs = std::clamp<decltype(waitMs)>(waitMs, 0, 50);
+        waitMs = std::max<decltype(waitMs)>(waitMs, 0);
 
         pollfd fds[3];
         nfds_t count = 0;
@@ -340,7 +352,7 @@ void ExternalProcessThread::reportEnd()
     QString how;
     if (m_error == Timedout)
         how = u"ran past its time-out of %1 ms and was killed"_s.arg(m_timeout.count());
-    else if (m_error == UnknownError && m_abort)
+    else if (m_abandoned)
         how = u"was killed because its runner was destroyed"_s;
     else if (m_signal != 0)
         how = u"was ended by signal %1 (%2)"_s.arg(m_signal).arg(

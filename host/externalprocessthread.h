@@ -8,17 +8,18 @@
 #include <QString>
 #include <QThread>
 
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <vector>
 
-// Runs one external program with a time-out, on a thread of its own, and collects what it
-// writes. The program is started directly (no shell) in its own process group, with stdin
-// on /dev/null and every other descriptor of ours closed.
+// Runs one external program with a time-out and collects what it writes. The program is
+// started directly (no shell) in its own process group, with stdin on /dev/null and every
+// other descriptor of ours closed.
 //
 // start() launches the program at once, so processId() is valid as soon as it returns;
-// exec() then blocks until the run is over. Whatever the program does, exec() returns within
+// exec() then waits, on the calling thread, until the run is over, calling the timer's
+// callbacks on that thread too. It is a QThread as the host's runner is, but needs no thread
+// of its own, since its caller only waits. Whatever the program does, exec() returns within
 // the time-out plus a short grace: on time-out the whole process group is killed; when the
 // program has ended but something it left behind still holds its output open, the output is
 // abandoned after a short drain. The ended program stays a zombie until the runner is
@@ -53,7 +54,7 @@ public:
                           std::chrono::milliseconds timeout, const QString &workingDirectory);
     ~ExternalProcessThread() override;
 
-    // The callback is called every timerPeriod on the runner's thread while the program runs.
+    // The callback is called every timerPeriod, on the thread in exec(), while the program runs.
     void createTimer(const std::function<void()> &callback);
 
     // The monitor of every run in this process (not owned; null for none).
@@ -82,6 +83,7 @@ private:
     void readFrom(int &fd, QByteArray &buffer, qint64 &total);
     void failStart(int osError);
     void reportEnd();
+    void waitForEnd();
     void closeDescriptors();
 
     QString m_program;
@@ -95,7 +97,8 @@ private:
     int m_stderrFd = -1;
     int m_pidFd = -1;
     bool m_reaped = false;
-    std::atomic<bool> m_abort{false};
+    bool m_waited = false;
+    bool m_abandoned = false; // destroyed without exec()
 
     int m_error = NoError;
     int m_exitCode = 0;

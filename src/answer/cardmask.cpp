@@ -2,9 +2,9 @@
 
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonValue>
 
-#include <vector>
+#include <algorithm>
+#include <cstring>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -15,68 +15,158 @@ constexpr qsizetype longestCard = 19;
 constexpr qsizetype visibleTail = 4;
 constexpr qsizetype visibleHead = 6;
 
-bool isDigit(QChar c)
+bool isDigit(char16_t c)
 {
     return c >= u'0' && c <= u'9';
 }
 
-bool isSeparator(QChar c)
+// Whether any of the four UTF-16 code units in a word is an ASCII digit: the classic test
+// for a value between two bounds in every lane at once, here 0x2F < unit < 0x3A.
+bool hasDigit(quint64 units)
+{
+    constexpr quint64 lanes = 0x0001000100010001;
+    constexpr quint64 low = lanes * 0x7FFF;
+    return ((lanes * (0x7FFF + 0x3A) - (units & low)) & ~units &
+            ((units & low) + lanes * (0x7FFF - 0x2F)) & (lanes * 0x8000)) != 0;
+}
+
+bool isSeparator(char16_t c)
 {
     return c == u' ' || c == u'-' || c == u'.';
 }
 
-// The Luhn sums of a digit string read from its left end: doubled[p] is the sum when the
-// digits at even (p = 0) or odd (p = 1) positions from the left are the doubled ones.
-struct LuhnSums
+// A text's characters, written only once masking needs it: a text that needs no star is
+// never detached.
+class Characters
 {
-    int doubled[2] = {0, 0};
-
-    void add(qsizetype position, int digit)
+public:
+    explicit Characters(QString &text)
+        : m_text(text)
+        , m_read(reinterpret_cast<const char16_t *>(text.constData()))
+    {}
+    char16_t operator[](qsizetype i) const { return m_read[i]; }
+    void star(qsizetype i)
     {
-        const int twice = digit * 2 > 9 ? digit * 2 - 9 : digit * 2;
-        doubled[position % 2] += twice;
-        doubled[1 - position % 2] += digit;
+        if (!m_write) {
+            m_write = m_text.data();
+            m_read = reinterpret_cast<const char16_t *>(m_write);
+        }
+        m_write[i] = u'*';
     }
-    // From the right, the last digit is plain and the one before it doubled.
-    bool passes(qsizetype length) const { return doubled[length % 2] % 10 == 0; }
+
+private:
+    QString &m_text;
+    const char16_t *m_read;
+    QChar *m_write = nullptr;
 };
 
-// Masks the card numbers among the groups of one run: every sequence of whole groups that
-// holds 13 to 19 digits and passes Luhn keeps its last four digits. Groups hold positions
-// into text; result receives the stars.
-void maskRun(const QString &text, const std::vector<qsizetype> &digits,
-             const std::vector<qsizetype> &groupStarts, QString &result)
+// Where the run of groups that starts at i ends, and how many digits it has.
+qsizetype runEnd(const Characters &c, qsizetype i, qsizetype size, qsizetype &digits)
 {
-    const qsizetype groups = qsizetype(groupStarts.size());
-    const auto groupEnd = [&](qsizetype g) {
-        return g + 1 < groups ? groupStarts[size_t(g + 1)] : qsizetype(digits.size());
-    };
-    for (qsizetype first = 0; first < groups; ++first) {
-        LuhnSums sums;
-        const qsizetype from = groupStarts[size_t(first)];
-        for (qsizetype g = first; g < groups; ++g) {
-            const qsizetype to = groupEnd(g);
-            if (to - from > longestCard)
-                break;
-            for (qsizetype d = groupStarts[size_t(g)]; d < to; ++d)
-                sums.add(d - from, text.at(digits[size_t(d)]).digitValue());
-            if (to - from >= shortestCard && sums.passes(to - from)) {
-                for (qsizetype d = from; d < to - visibleTail; ++d)
-                    result[digits[size_t(d)]] = u'*';
-            }
+    digits = 0;
+    for (;;) {
+        while (i < size && isDigit(c[i])) {
+            ++i;
+            ++digits;
         }
+        if (i + 1 < size && isSeparator(c[i]) && isDigit(c[i + 1]))
+            ++i;
+        else
+            return i;
+    }
+}
+
+// A group of a run: digits written together, between separators. Its digits are kept as they
+// were read, since masking may already have starred them in the text.
+struct Group
+{
+    qsizetype start;
+    qsizetype length;
+    char digits[longestCard];
+};
+
+// Masks the card numbers of the run of groups that starts at from and ends at to: every
+// sequence of whole groups that holds 13 to 19 digits and passes Luhn keeps its last four
+// digits. Groups are taken one at a time, and each is tried as the end of a card number
+// together with the groups before it, as far back as 19 digits reach; the check digit is
+// added up from the right as the sequence grows to the left. No storage beyond those groups.
+void maskRun(Characters &c, qsizetype from, qsizetype to)
+{
+    Group window[longestCard];
+    qsizetype groups = 0;
+    qsizetype windowDigits = 0;
+    qsizetype i = from;
+    while (i < to) {
+        Group group{i, 0, {}};
+        while (i < to && isDigit(c[i])) {
+            if (i - group.start < longestCard)
+                group.digits[i - group.start] = char(c[i] - u'0');
+            ++i;
+        }
+        group.length = i - group.start;
+        ++i;                              // the separator
+        if (group.length > longestCard) { // no card number holds this group
+            groups = 0;
+            windowDigits = 0;
+            continue;
+        }
+        while (groups > 0 && windowDigits + group.length > longestCard) {
+            windowDigits -= window[0].length;
+            std::move(window + 1, window + groups, window);
+            --groups;
+        }
+        window[groups++] = group;
+        windowDigits += group.length;
+
+        int sum = 0;
+        qsizetype digits = 0;
+        for (qsizetype g = groups - 1; g >= 0; --g) {
+            for (qsizetype d = window[g].length - 1; d >= 0; --d) {
+                const int digit = window[g].digits[d];
+                sum += digits++ % 2 == 0 ? digit : (digit * 2 > 9 ? digit * 2 - 9 : digit * 2);
+            }
+            if (digits < shortestCard || sum % 10 != 0)
+                continue;
+            // A card number from group g to this one: all but its last four digits.
+            qsizetype left = digits - visibleTail;
+            for (qsizetype k = g; k < groups && left > 0; ++k)
+                for (qsizetype d = 0; d < window[k].length && left > 0; ++d, --left)
+                    c.star(window[k].start + d);
+        }
+    }
+}
+
+// The PAN rule on the digits of [from, to).
+void maskPanDigits(Characters &c, qsizetype from, qsizetype to)
+{
+    qsizetype count = 0;
+    for (qsizetype i = from; i < to; ++i)
+        count += isDigit(c[i]);
+    if (count <= visibleHead + visibleTail)
+        return;
+    qsizetype seen = 0;
+    for (qsizetype i = from; i < to; ++i) {
+        if (!isDigit(c[i]))
+            continue;
+        if (seen >= visibleHead && seen < count - visibleTail)
+            c.star(i);
+        ++seen;
     }
 }
 
 // Where a JSON string that starts with the quote at begin ends (the index after its closing
 // quote), or -1 when it does not end.
-qsizetype stringEnd(const QString &json, qsizetype begin)
+qsizetype stringEnd(QStringView json, qsizetype begin)
 {
-    for (qsizetype i = begin + 1; i < json.size(); ++i) {
-        if (json.at(i) == u'\\')
-            ++i;
-        else if (json.at(i) == u'"')
-            return i + 1;
+    // Qt's search for the next quote is vectorised; a quote after an odd number of
+    // backslashes is escaped and the search goes on.
+    for (qsizetype quote = json.indexOf(u'"', begin + 1); quote >= 0;
+         quote = json.indexOf(u'"', quote + 1)) {
+        qsizetype backslashes = 0;
+        while (json.at(quote - 1 - backslashes) == u'\\')
+            ++backslashes;
+        if (backslashes % 2 == 0)
+            return quote + 1;
     }
     return -1;
 }
@@ -101,7 +191,7 @@ QString jsonString(const QString &text)
     return QString::fromUtf8(array.sliced(1, array.size() - 2));
 }
 
-qsizetype skipBlanks(const QString &json, qsizetype i)
+qsizetype skipBlanks(QStringView json, qsizetype i)
 {
     while (i < json.size() && (json.at(i) == u' ' || json.at(i) == u'\t' || json.at(i) == u'\n' ||
                                json.at(i) == u'\r'))
@@ -111,61 +201,46 @@ qsizetype skipBlanks(const QString &json, qsizetype i)
 
 } // namespace
 
-QString CardMask::text(const QString &text)
+QString CardMask::text(QString text)
 {
-    QString result = text;              // shared until the first star
-    std::vector<qsizetype> digits;      // positions of the run's digits
-    std::vector<qsizetype> groupStarts; // index into digits where each group starts
+    Characters c(text);
     const qsizetype size = text.size();
     qsizetype i = 0;
     while (i < size) {
-        if (!isDigit(text.at(i))) {
+        // Text without digits, the most of it, is passed over four characters at a time.
+        for (quint64 units; i + 4 <= size; i += 4) {
+            std::memcpy(&units, text.constData() + i, sizeof units);
+            if (hasDigit(units))
+                break;
+        }
+        if (i >= size)
+            break;
+        if (!isDigit(c[i])) {
             ++i;
             continue;
         }
-        digits.clear();
-        groupStarts.clear();
-        for (;;) {
-            groupStarts.push_back(qsizetype(digits.size()));
-            while (i < size && isDigit(text.at(i)))
-                digits.push_back(i++);
-            if (i + 1 < size && isSeparator(text.at(i)) && isDigit(text.at(i + 1)))
-                ++i;
-            else
-                break;
-        }
-        if (qsizetype(digits.size()) >= shortestCard)
-            maskRun(text, digits, groupStarts, result);
+        // Most runs are dates, times and amounts: counted, and left, in one pass.
+        qsizetype digits = 0;
+        const qsizetype end = runEnd(c, i, size, digits);
+        if (digits >= shortestCard)
+            maskRun(c, i, end);
+        i = end;
     }
-    return result;
+    return text;
 }
 
-QString CardMask::pan(const QString &pan)
+QString CardMask::pan(QString pan)
 {
-    qsizetype count = 0;
-    for (const QChar c : pan)
-        count += isDigit(c);
-    if (count <= visibleHead + visibleTail)
-        return pan;
-    QString result = pan;
-    qsizetype seen = 0;
-    for (qsizetype i = 0; i < result.size(); ++i) {
-        if (!isDigit(result.at(i)))
-            continue;
-        if (seen >= visibleHead && seen < count - visibleTail)
-            result[i] = u'*';
-        ++seen;
-    }
-    return result;
+    Characters c(pan);
+    maskPanDigits(c, 0, pan.size());
+    return pan;
 }
 
-QString CardMask::panMembers(const QString &json)
+QString CardMask::panMembers(QString json)
 {
     // Only a member named "PAN" matters, so text without that name is not tokenised at all.
     if (!json.contains("PAN"_L1) && !json.contains(u'\\'))
         return json;
-    QString result;
-    qsizetype copied = 0;
     for (qsizetype i = 0; i < json.size(); ++i) {
         if (json.at(i) != u'"')
             continue;
@@ -180,25 +255,29 @@ QString CardMask::panMembers(const QString &json)
         }
         const qsizetype valueStart = skipBlanks(json, colon + 1);
         qsizetype valueEnd = valueStart;
-        QString masked;
         if (valueStart < json.size() && json.at(valueStart) == u'"') {
             valueEnd = stringEnd(json, valueStart);
             if (valueEnd < 0)
                 break;
-            masked = jsonString(
-                pan(decodedString(QStringView(json).sliced(valueStart, valueEnd - valueStart))));
+            const QStringView token = QStringView(json).sliced(valueStart, valueEnd - valueStart);
+            if (token.contains(u'\\')) {
+                // Escapes may hide digits: decoded, masked and written again.
+                const QString masked = jsonString(pan(decodedString(token)));
+                json.replace(valueStart, token.size(), masked);
+                valueEnd = valueStart + masked.size();
+            } else {
+                Characters c(json);
+                maskPanDigits(c, valueStart, valueEnd);
+            }
         } else {
             while (valueEnd < json.size() &&
-                   (isDigit(json.at(valueEnd)) || json.at(valueEnd) == u'-' ||
+                   (isDigit(json.at(valueEnd).unicode()) || json.at(valueEnd) == u'-' ||
                     json.at(valueEnd) == u'.'))
                 ++valueEnd;
-            masked = pan(json.sliced(valueStart, valueEnd - valueStart));
+            Characters c(json);
+            maskPanDigits(c, valueStart, valueEnd);
         }
-        result.append(QStringView(json).sliced(copied, valueStart - copied)).append(masked);
-        copied = valueEnd;
         i = valueEnd - 1;
     }
-    if (copied == 0)
-        return json;
-    return result.append(QStringView(json).sliced(copied));
+    return json;
 }

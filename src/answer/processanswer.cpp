@@ -6,6 +6,8 @@
 #include <QJsonObject>
 #include <QJsonValue>
 
+#include <optional>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -44,39 +46,50 @@ PaymentProcessingAnswer InpasPaymentProcessing::processAnswer(const QByteArray &
                                                               bool *retry) const
 {
     PaymentProcessingAnswer answer;
+    qint32 hostCode = 0;
+    QString textResponse;
+    std::optional<QString> receiptData;
+    {
+        // The document lives only while the fields are read: on a large answer it is the
+        // largest thing here, and the receipt is scanned after it is gone.
+        const QJsonDocument document = QJsonDocument::fromJson(output);
+        const QJsonObject object = document.isObject() ? document.object() : QJsonObject();
 
-    const QJsonDocument document = QJsonDocument::fromJson(output);
-    const QJsonObject object = document.isObject() ? document.object() : QJsonObject();
+        const qint32 status = intField(object, "Status"_L1);
+        answer.result =
+            status == 1 ? PaymentProcessingAnswer::Success : PaymentProcessingAnswer::Failure;
 
-    const qint32 status = intField(object, "Status"_L1);
-    answer.result =
-        status == 1 ? PaymentProcessingAnswer::Success : PaymentProcessingAnswer::Failure;
+        hostCode = intField(object, "ResponseCodeHost"_L1);
+        if (hostCode == settings.notEnoughtBalanceCode)
+            answer.result = PaymentProcessingAnswer::NotEnoughBalance;
 
-    const qint32 hostCode = intField(object, "ResponseCodeHost"_L1);
-    if (hostCode == settings.notEnoughtBalanceCode)
-        answer.result = PaymentProcessingAnswer::NotEnoughBalance;
-
-    answer.authorizationCode = textField(object, "AuthorizationCode"_L1);
-    answer.referenceNumber = textField(object, "ReferenceNumber"_L1);
-    answer.status = status;
-    const QString textResponse = textField(object, "TextResponse"_L1);
-    answer.message = tr::Tr(tr::undefined, textResponse);
-    answer.cardType = textField(object, "CardType"_L1);
-    answer.pan = textField(object, "PAN"_L1);
-    answer.accountBalance = object.value("balance"_L1).toDouble(0.0);
+        answer.authorizationCode = textField(object, "AuthorizationCode"_L1);
+        answer.referenceNumber = textField(object, "ReferenceNumber"_L1);
+        answer.status = status;
+        textResponse = textField(object, "TextResponse"_L1);
+        answer.message = tr::Tr(tr::undefined, textResponse);
+        answer.cardType = textField(object, "CardType"_L1);
+        answer.pan = textField(object, "PAN"_L1);
+        answer.accountBalance = object.value("balance"_L1).toDouble(0.0);
+        if (object.contains("ReceiptData"_L1))
+            receiptData = textField(object, "ReceiptData"_L1);
+    }
 
     if (answer.result == PaymentProcessingAnswer::Failure && answer.message.isEmpty())
-        answer.message = statusMessage(status);
+        answer.message = statusMessage(answer.status);
 
-    logger.info(u"Операция выполнена. Статус='%1', Сообщение='%2', Тип карты='%3', "
-                u"Номер карты='%4' ID операции='%5', Код авторизации='%6', Код ответа='%7'"_s.arg(
-                    QString::number(answer.status), answer.message.ru(), answer.cardType,
-                    CardMask::pan(answer.pan), answer.referenceNumber, answer.authorizationCode,
-                    QString::number(hostCode)));
+    if (logger.isInfoEnabled())
+        logger.info(
+            u"Операция выполнена. Статус='%1', Сообщение='%2', Тип карты='%3', Номер карты='%4' "
+            u"ID операции='%5', Код авторизации='%6', Код ответа='%7'"_s.arg(
+                QString::number(answer.status), answer.message.ru(), answer.cardType,
+                CardMask::pan(answer.pan), answer.referenceNumber, answer.authorizationCode,
+                QString::number(hostCode)));
 
-    if (object.contains("ReceiptData"_L1)) {
-        QString receipt = textField(object, "ReceiptData"_L1);
-        logger.debug(u"Слипы: %1"_s.arg(receipt));
+    if (receiptData) {
+        QString receipt = std::move(*receiptData);
+        if (logger.isDebugEnabled())
+            logger.debug(u"Слипы: %1"_s.arg(receipt));
         if (!receipt.endsWith(u'~')) {
             receipt.append(u'~');
             logger.warn(u"Нет завершающего символа '~'! Добавление '~' в конце поля."_s);
@@ -85,7 +98,8 @@ PaymentProcessingAnswer InpasPaymentProcessing::processAnswer(const QByteArray &
         for (const ReceiptRecord &record : scanReceiptRecords(receipt)) {
             if (record.tag == "0xDF"_L1 || record.tag == "0xDA"_L1) {
                 slips.append(record.text);
-                logger.info(u"Получен слип: '%1'"_s.arg(record.text));
+                if (logger.isInfoEnabled())
+                    logger.info(u"Получен слип: '%1'"_s.arg(record.text));
             } else if (record.tag == "0xDE"_L1 && answer.cardType.isEmpty()) {
                 answer.cardType = record.text;
             }

@@ -57,7 +57,7 @@ QByteArray InpasPaymentProcessing::executeCommand(int operationCode, const Argum
 {
     const QStringList argumentList = commandLine(operationCode, arguments);
     ProgressIndicator *progress = hostInstance<Session>().progress();
-    // Declared before the runner, so that it outlives the runner's thread that counts with it.
+    // Declared before the runner, so that it outlives the runner, whose timer counts with it.
     int counter = 1;
     ExternalProcessThread runner(u"./zelnorinpas"_s, argumentList, timeout, processingDirectory);
     runner.createTimer([this, &counter, progress] {
@@ -82,8 +82,11 @@ QByteArray InpasPaymentProcessing::executeCommand(int operationCode, const Argum
     if (runner.exitCode() != 0)
         throw BasicException(tr::Tr(tr::undefined, runner.standardError()));
 
+    // The text is not kept beyond its conversion unless the log wants it: a large answer is
+    // already held once by the runner.
+    if (!logger.isDebugEnabled())
+        return runner.standardOutput().toUtf8();
     const QString output = runner.standardOutput();
-    if (logger.isDebugEnabled())
-        logger.debug(u"Ответ процессинга: %1"_s.arg(CardMask::panMembers(output)));
+    logger.debug(CardMask::panMembers(u"Ответ процессинга: %1"_s.arg(output)));
     return output.toUtf8();
 }

@@ -13,19 +13,24 @@ bool MaskingLogger::isDebugEnabled() const
     return m_logger->isDebugEnabled();
 }
 
-void MaskingLogger::debug(const QString &message) const
+bool MaskingLogger::isInfoEnabled() const
+{
+    return m_logger->isInfoEnabled();
+}
+
+void MaskingLogger::debug(QString message) const
 {
     if (m_logger->isDebugEnabled())
-        m_logger->debug(CardMask::text(message));
+        m_logger->debug(CardMask::text(std::move(message)));
 }
 
-void MaskingLogger::info(const QString &message) const
+void MaskingLogger::info(QString message) const
 {
     if (m_logger->isInfoEnabled())
-        m_logger->info(CardMask::text(message));
+        m_logger->info(CardMask::text(std::move(message)));
 }
 
-void MaskingLogger::warn(const QString &message) const
+void MaskingLogger::warn(QString message) const
 {
-    m_logger->warn(CardMask::text(message));
+    m_logger->warn(CardMask::text(std::move(message)));
 }

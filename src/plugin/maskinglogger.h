@@ -14,11 +14,14 @@ class MaskingLogger
 public:
     explicit MaskingLogger(Log4Qt::Logger *logger);
 
+    // Callers ask before formatting a line that costs something to build.
     bool isDebugEnabled() const;
+    bool isInfoEnabled() const;
 
-    void debug(const QString &message) const;
-    void info(const QString &message) const;
-    void warn(const QString &message) const;
+    // By value: a line formatted for the call is masked where it lies, without a copy.
+    void debug(QString message) const;
+    void info(QString message) const;
+    void warn(QString message) const;
 
 private:
     Log4Qt::Logger *m_logger;

@@ -3,55 +3,74 @@
 #include <numeric.h>
 
 #include <limits>
+#include <map>
 
 namespace tlv {
 
 namespace {
 
-QString hexByte(quint8 byte)
+// Upper-case hexadecimal, two digits a byte, in one allocation.
+QString hexText(const char *bytes, qsizetype count)
 {
-    return QString::number(byte, 16).toUpper().rightJustified(2, u'0');
+    static constexpr char16_t digits[] = u"0123456789ABCDEF";
+    QString text(2 * count, Qt::Uninitialized);
+    QChar *out = text.data();
+    for (qsizetype i = 0; i < count; ++i) {
+        const auto byte = static_cast<quint8>(bytes[i]);
+        *out++ = QChar(digits[byte >> 4]);
+        *out++ = QChar(digits[byte & 0xF]);
+    }
+    return text;
 }
 
-} // namespace
-
-QMap<QString, QByteArray> parseBerTlv(const QByteArray &data)
+// The elements one after another, until the first one that does not lie wholly inside the
+// input.
+void parseElements(const QByteArray &data, std::map<QString, QByteArray> &elements)
 {
-    QMap<QString, QByteArray> result;
     const qsizetype size = data.size();
     qsizetype p = 0;
     while (p < size) {
+        const qsizetype tagStart = p;
         const auto b0 = static_cast<quint8>(data.at(p++));
-        QString tag = hexByte(b0);
         if ((b0 & 0x1F) == 0x1F) {
             quint8 b = 0;
             do {
                 if (p >= size)
-                    return result;
+                    return;
                 b = static_cast<quint8>(data.at(p++));
-                tag += hexByte(b);
             } while (b & 0x80);
         }
+        QString tag = hexText(data.constData() + tagStart, p - tagStart);
 
         if (p >= size)
-            return result;
+            return;
         const auto lengthByte = static_cast<qint8>(data.at(p++));
         qint64 length = lengthByte;
         if (lengthByte < 0) {
             const qsizetype k = lengthByte & 0x7F;
             if (k > size - p)
-                return result;
+                return;
             length = numeric::beToLong(data.sliced(p, k));
             p += k;
         }
 
         const auto length32 = static_cast<qint32>(static_cast<quint32>(length));
         if (length32 < 0 || length32 > size - p)
-            return result;
-        result.insert(tag, data.sliced(p, length32));
+            return;
+        // At the end without a search when tags come in ascending order, as they mostly do;
+        // elsewhere in its place otherwise. A repeated tag takes the new value.
+        elements.insert_or_assign(elements.end(), std::move(tag), data.sliced(p, length32));
         p += length32;
     }
-    return result;
+}
+
+} // namespace
+
+QMap<QString, QByteArray> parseBerTlv(const QByteArray &data)
+{
+    std::map<QString, QByteArray> elements;
+    parseElements(data, elements);
+    return QMap<QString, QByteArray>(std::move(elements));
 }
 
 bool isComplex(const QString &tag)

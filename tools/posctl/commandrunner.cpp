@@ -2,7 +2,6 @@
 
 #include "clientwatch.h"
 #include "directorycheck.h"
-#include "formatter.h"
 #include "progressbar.h"
 #include "signalguard.h"
 
@@ -88,16 +87,16 @@ PaymentProcessingAnswer CommandRunner::call(AbstractPaymentProcessing &processor
     return processor.balance(QString());
 }
 
-CommandRunner::Outcome CommandRunner::answerOutcome(const PaymentProcessingAnswer &answer,
+CommandRunner::Outcome CommandRunner::answerOutcome(PaymentProcessingAnswer answer,
                                                     const Invocation &invocation) const
 {
-    Formatter::AnswerContext context;
+    Outcome outcome;
+    Formatter::AnswerContext &context = outcome.context;
     if (CommandLine::takesAmount(invocation.command))
         context.amount = invocation.amount;
     context.sbpPayment = invocation.command == "sbp-pay"_L1;
     context.clientRuns = m_watch.runsInOperation();
 
-    Outcome outcome;
     // A failed run: the answer's message is the client's standard error, which may say nothing.
     const std::optional<ProcessEnd> end = m_watch.lastEnd();
     if (answer.status == -1 && answer.message.id() == tr::undefined && end && end->error < 0 &&
@@ -112,8 +111,6 @@ CommandRunner::Outcome CommandRunner::answerOutcome(const PaymentProcessingAnswe
         failure && answer.message.id() == "inpasPaymentProcessingStartError"_L1)
         outcome.hint = DirectoryCheck::startHint(failure->directory, failure->reason);
 
-    outcome.json = Formatter::answerJson(answer);
-    outcome.text = Formatter::answerText(answer, context);
     switch (answer.result) {
     case PaymentProcessingAnswer::Success:
         outcome.exitCode = 0;
@@ -125,6 +122,7 @@ CommandRunner::Outcome CommandRunner::answerOutcome(const PaymentProcessingAnswe
         outcome.exitCode = 1;
         break;
     }
+    outcome.answer = std::move(answer);
     return outcome;
 }
 
@@ -132,10 +130,12 @@ CommandRunner::Outcome CommandRunner::run(AbstractPaymentProcessing &processor,
                                           const Invocation &invocation)
 {
     if (invocation.command == "options"_L1)
-        return {Formatter::optionsJson(processor), Formatter::optionsText(processor), {}, 0};
+        return {{}, {}, Formatter::optionsJson(processor), Formatter::optionsText(processor),
+                {}, 0};
     if (invocation.command == "scan-params"_L1) {
         const ScanQrParams params = processor.getScanQrParams();
-        return {Formatter::scanParamsJson(params), Formatter::scanParamsText(params), {}, 0};
+        return {{}, {}, Formatter::scanParamsJson(params), Formatter::scanParamsText(params),
+                {}, 0};
     }
     return answerOutcome(call(processor, invocation), invocation);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "commandline.h"
+#include "formatter.h"
 
 #include <abstractpaymentprocessing.h>
 
@@ -13,8 +14,12 @@ class SignalGuard;
 class CommandRunner
 {
 public:
+    // What a command came to: the host's answer with what posctl knows around it, or, for
+    // the information commands, their output already formatted both ways.
     struct Outcome
     {
+        std::optional<PaymentProcessingAnswer> answer;
+        Formatter::AnswerContext context;
         QString json;
         QString text;
         QString hint; // for stderr: why the client could not be started and what to do
@@ -30,8 +35,7 @@ public:
     static QString processingDirectory(const AbstractPaymentProcessing &processor);
 
 private:
-    Outcome answerOutcome(const PaymentProcessingAnswer &answer,
-                          const Invocation &invocation) const;
+    Outcome answerOutcome(PaymentProcessingAnswer answer, const Invocation &invocation) const;
     PaymentProcessingAnswer call(AbstractPaymentProcessing &processor,
                                  const Invocation &invocation);
 

@@ -1,11 +1,13 @@
 #include "formatter.h"
 
 #include "jsonwriter.h"
+#include "output.h"
 
 #include <QFile>
 #include <QHash>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QStringTokenizer>
 #include <QtEndian>
 
 using namespace Qt::Literals::StringLiterals;
@@ -97,19 +99,33 @@ bool isControl(QChar c)
 // of many lines (a client's whole standard error) cut, saying how much was left out.
 QString messageText(const tr::Tr &message)
 {
-    QString text = message.ru();
+    const QString whole = message.ru();
+    QStringView text(whole);
     if (text.endsWith(u'\n'))
         text.chop(1);
-    const QStringList lines = text.split(u'\n');
-    QString shown = lines.mid(0, Formatter::messageLines).join(u'\n');
-    if (shown.size() > Formatter::messageCharacters)
-        shown.truncate(Formatter::messageCharacters);
+    qsizetype end = 0;
+    for (int line = 0; line < Formatter::messageLines && end < text.size(); ++line) {
+        const qsizetype next = text.indexOf(u'\n', end);
+        end = next < 0 ? text.size() : next + 1;
+    }
+    QStringView shown = text.left(end);
+    if (shown.size() < text.size() && shown.endsWith(u'\n'))
+        shown.chop(1);
+    shown = shown.left(Formatter::messageCharacters);
     if (shown.size() == text.size())
         return Formatter::visible(text);
     return Formatter::visible(shown) +
            u"\n... (%1 more characters in %2 more lines not shown; --json shows all)"_s
                .arg(text.size() - shown.size())
-               .arg(lines.size() - shown.count(u'\n') - 1);
+               .arg(text.count(u'\n') - shown.count(u'\n'));
+}
+
+qsizetype visibleLength(QStringView text)
+{
+    qsizetype length = 0;
+    for (const QChar c : text)
+        length += isControl(c) && c != u'\t' ? escaped(c).size() : 1;
+    return length;
 }
 
 struct ImageInfo
@@ -149,37 +165,64 @@ QString resultName(int result)
 
 } // namespace
 
-QString Formatter::answerJson(const PaymentProcessingAnswer &answer)
+void Formatter::writeAnswerJson(Output &out, const PaymentProcessingAnswer &answer)
 {
-    return JsonWriter()
-        .add(u"status"_s, answer.status)
-        .add(u"result"_s, answer.result)
-        .addRaw(u"message"_s, trJsonText(answer.message))
-        .add(u"slips"_s, QJsonArray::fromStringList(answer.slips))
-        .add(u"cardType"_s, answer.cardType)
-        .add(u"pan"_s, answer.pan)
-        .add(u"authorizationCode"_s, answer.authorizationCode)
-        .add(u"referenceNumber"_s, answer.referenceNumber)
-        .add(u"accountBalance"_s, answer.accountBalance)
-        .add(u"paymentMode"_s, answer.paymentMode)
-        .add(u"additionalData"_s, answer.additionalData)
-        .toString();
+    const auto key = [&](const char16_t *name) { out << QStringView(name); };
+    key(u"{\"status\":");
+    out << QString::number(answer.status);
+    key(u",\"result\":");
+    out << QString::number(answer.result);
+    key(u",\"message\":{\"id\":");
+    out.jsonString(answer.message.id());
+    key(u",\"text\":");
+    out.jsonString(answer.message.ru());
+    key(u"},\"slips\":[");
+    for (qsizetype i = 0; i < answer.slips.size(); ++i) {
+        if (i > 0)
+            out << u',';
+        out.jsonString(answer.slips.at(i));
+    }
+    key(u"],\"cardType\":");
+    out.jsonString(answer.cardType);
+    key(u",\"pan\":");
+    out.jsonString(answer.pan);
+    key(u",\"authorizationCode\":");
+    out.jsonString(answer.authorizationCode);
+    key(u",\"referenceNumber\":");
+    out.jsonString(answer.referenceNumber);
+    key(u",\"accountBalance\":");
+    out << JsonWriter::encode(answer.accountBalance);
+    key(u",\"paymentMode\":");
+    out << QString::number(answer.paymentMode);
+    key(u",\"additionalData\":");
+    out.jsonString(answer.additionalData);
+    out << u'}';
 }
 
-QString Formatter::framed(const QString &text)
+void Formatter::writeFramed(Output &out, QStringView text)
 {
-    const QStringList lines = text.split(u'\n');
     qsizetype width = 0;
-    for (const QString &line : lines)
-        width = std::max(width, line.size());
-    QString out = u"┌"_s + QString(width + 2, u'─') + u"┐\n"_s;
-    for (const QString &line : lines)
-        out += u"│ "_s + line.leftJustified(width) + u" │\n"_s;
-    out += u"└"_s + QString(width + 2, u'─') + u"┘\n"_s;
-    return out;
+    for (const QStringView line : QStringTokenizer(text, u'\n'))
+        width = std::max(width, visibleLength(line));
+    out << u"┌";
+    out.repeat(u"─", width + 2);
+    out << u"┐\n";
+    for (const QStringView line : QStringTokenizer(text, u'\n')) {
+        out << u"│ ";
+        for (qsizetype from = 0; from < line.size();) {
+            const qsizetype to = Output::pieceEnd(line, from);
+            out << visible(line.sliced(from, to - from));
+            from = to;
+        }
+        out.repeat(u" ", width - visibleLength(line));
+        out << u" │\n";
+    }
+    out << u"└";
+    out.repeat(u"─", width + 2);
+    out << u"┘\n";
 }
 
-QString Formatter::visible(const QString &text)
+QString Formatter::visible(QStringView text)
 {
     QString out;
     out.reserve(text.size());
@@ -208,42 +251,42 @@ QString Formatter::money(qint64 amount)
            QString::number(magnitude % 100).rightJustified(2, u'0');
 }
 
-QString Formatter::answerText(const PaymentProcessingAnswer &answer, const AnswerContext &context)
+void Formatter::writeAnswerText(Output &out, const PaymentProcessingAnswer &answer,
+                                const AnswerContext &context)
 {
     const auto field = [](const QString &label, const QString &value) {
         return u"  %1 %2\n"_s.arg(QString(label + u':').leftJustified(30), visible(value));
     };
-    QString out;
-    out += (answer.message.isEmpty() ? u"(no message)"_s : messageText(answer.message)) + u'\n';
+    out << (answer.message.isEmpty() ? u"(no message)"_s : messageText(answer.message)) << u'\n';
     if (!context.clientNote.isEmpty())
-        out += u"  ("_s + context.clientNote + u")\n"_s;
-    out += u"  status %1, result %2 (%3)\n"_s.arg(
+        out << QString(u"  ("_s + context.clientNote + u")\n"_s);
+    out << u"  status %1, result %2 (%3)\n"_s.arg(
         QString::number(answer.status), QString::number(answer.result), resultName(answer.result));
     if (context.amount)
-        out += field(u"amount"_s,
+        out << field(u"amount"_s,
                      u"%1 (%2 in minor units)"_s.arg(money(*context.amount)).arg(*context.amount));
     if (!answer.cardType.isEmpty() || !answer.pan.isEmpty())
-        out += field(u"card"_s, QString(answer.cardType + u' ' + answer.pan).trimmed());
+        out << field(u"card"_s, QString(answer.cardType + u' ' + answer.pan).trimmed());
     // An approved SBP payment carries its form identifier as the authorisation code, and after
     // status queries the terminal's authorisation code as the reference number.
     const bool sbpCodes = context.sbpPayment && answer.result == PaymentProcessingAnswer::Success;
     if (!answer.authorizationCode.isEmpty())
-        out += field(sbpCodes ? u"form identifier"_s : u"authorization code"_s,
+        out << field(sbpCodes ? u"form identifier"_s : u"authorization code"_s,
                      answer.authorizationCode);
     if (!answer.referenceNumber.isEmpty())
-        out += field(sbpCodes && context.clientRuns > 1 ? u"terminal's authorization code"_s
+        out << field(sbpCodes && context.clientRuns > 1 ? u"terminal's authorization code"_s
                                                         : u"reference number"_s,
                      answer.referenceNumber);
     if (answer.accountBalance != 0.0)
-        out += field(u"account balance"_s, QString::number(answer.accountBalance, 'f', 2));
+        out << field(u"account balance"_s, QString::number(answer.accountBalance, 'f', 2));
     if (answer.paymentMode != 0)
-        out += field(u"payment mode"_s, QString::number(answer.paymentMode));
-    for (qsizetype i = 0; i < answer.slips.size(); ++i)
-        out += u"\nslip %1 of %2\n"_s.arg(i + 1).arg(answer.slips.size()) +
-               framed(visible(answer.slips.at(i)));
+        out << field(u"payment mode"_s, QString::number(answer.paymentMode));
+    for (qsizetype i = 0; i < answer.slips.size(); ++i) {
+        out << u"\nslip %1 of %2\n"_s.arg(i + 1).arg(answer.slips.size());
+        writeFramed(out, answer.slips.at(i));
+    }
     if (!answer.additionalData.isEmpty())
-        out += u"\nadditional data: %1\n"_s.arg(visible(answer.additionalData));
-    return out;
+        out << u"\nadditional data: %1\n"_s.arg(visible(answer.additionalData));
 }
 
 QString Formatter::optionsJson(const AbstractPaymentProcessing &processor)

@@ -6,6 +6,8 @@
 
 #include <optional>
 
+class Output;
+
 // posctl's output: one JSON line for machines, or text for a person at a terminal. JSON keeps
 // every field exactly; text shows every character too, with control characters other than
 // line breaks and tabs written visibly (\0, \r, \x1b), and cuts only a very long message.
@@ -24,11 +26,13 @@ public:
     static constexpr int messageLines = 20;
     static constexpr int messageCharacters = 4000;
 
-    static QString answerJson(const PaymentProcessingAnswer &answer);
-    static QString answerText(const PaymentProcessingAnswer &answer, const AnswerContext &context);
+    // The answer as one JSON line, or as text for a person; written a piece at a time.
+    static void writeAnswerJson(Output &out, const PaymentProcessingAnswer &answer);
+    static void writeAnswerText(Output &out, const PaymentProcessingAnswer &answer,
+                                const AnswerContext &context);
 
     // The text with control characters other than line breaks and tabs written visibly.
-    static QString visible(const QString &text);
+    static QString visible(QStringView text);
     // At most the first limit characters, all control characters written visibly, in quotes:
     // for quoting what a user typed in an error message.
     static QString quoted(const QString &text, qsizetype limit = 80);
@@ -42,5 +46,5 @@ public:
     static QString scanParamsText(const ScanQrParams &params);
 
     // A text in a box drawn with line characters, as a slip looks on paper.
-    static QString framed(const QString &text);
+    static void writeFramed(Output &out, QStringView text);
 };

@@ -4,6 +4,7 @@
 #include "directorycheck.h"
 #include "formatter.h"
 #include "jsonwriter.h"
+#include "output.h"
 
 #include <externalprocessthread.h>
 
@@ -61,7 +62,15 @@ bool PosctlHost::newProcessor(QString &error)
 
 void PosctlHost::print(const CommandRunner::Outcome &outcome, bool json)
 {
-    write(stdout, json ? outcome.json + u'\n' : outcome.text);
+    {
+        Output out(stdout);
+        if (outcome.answer && json)
+            (Formatter::writeAnswerJson(out, *outcome.answer), out << u'\n');
+        else if (outcome.answer)
+            Formatter::writeAnswerText(out, *outcome.answer, outcome.context);
+        else
+            out << (json ? outcome.json + u'\n' : outcome.text);
+    }
     if (!outcome.hint.isEmpty())
         complain(outcome.hint);
 }

@@ -1,0 +1,42 @@
+#include "output.h"
+
+#include "jsonwriter.h"
+
+#include <QByteArray>
+
+Output &Output::operator<<(QStringView text)
+{
+    for (qsizetype from = 0; from < text.size();) {
+        const qsizetype to = pieceEnd(text, from);
+        const QByteArray bytes = text.sliced(from, to - from).toUtf8();
+        std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_stream);
+        from = to;
+    }
+    return *this;
+}
+
+void Output::repeat(QStringView text, qsizetype count)
+{
+    for (qsizetype i = 0; i < count; ++i)
+        *this << text;
+}
+
+void Output::jsonString(QStringView text)
+{
+    *this << u'"';
+    for (qsizetype from = 0; from < text.size();) {
+        const qsizetype to = pieceEnd(text, from);
+        const QString encoded = JsonWriter::encode(text.sliced(from, to - from).toString());
+        *this << QStringView(encoded).sliced(1, encoded.size() - 2);
+        from = to;
+    }
+    *this << u'"';
+}
+
+qsizetype Output::pieceEnd(QStringView text, qsizetype from)
+{
+    qsizetype to = std::min(text.size(), from + pieceSize);
+    if (to < text.size() && text.at(to - 1).isHighSurrogate() && to - 1 > from)
+        --to;
+    return to;
+}

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QStringView>
+
+#include <cstdio>
+
+// posctl's standard output or error, written as UTF-8 a piece at a time, so that a large
+// answer is never held a second time as the text to print. Every piece is written whole,
+// whatever it holds (NUL included), and flushed at the end.
+class Output
+{
+public:
+    explicit Output(FILE *stream)
+        : m_stream(stream)
+    {}
+    ~Output() { std::fflush(m_stream); }
+    Output(const Output &) = delete;
+    Output &operator=(const Output &) = delete;
+
+    Output &operator<<(QStringView text);
+    Output &operator<<(char16_t c) { return *this << QStringView(&c, 1); }
+    // The text repeated count times.
+    void repeat(QStringView text, qsizetype count);
+    // The text as a JSON string, quotes included, escaped exactly as QJsonDocument writes it.
+    void jsonString(QStringView text);
+
+    // Pieces of a text that never split a surrogate pair.
+    static constexpr qsizetype pieceSize = 64 * 1024;
+    static qsizetype pieceEnd(QStringView text, qsizetype from);
+
+private:
+    FILE *m_stream;
+};
