@@ -1,5 +1,6 @@
 // What the log may show of card data: the rule for any text, the rule for the answer's card
-// number, and the card number inside the client's raw JSON.
+// number, and the card number inside the client's raw JSON. Cases that the log of a whole
+// operation shows are in tst_operations.
 
 #include <answer/cardmask.h>
 
@@ -29,18 +30,10 @@ void tst_CardMask::mask_data()
     QTest::newRow("hyphens") << text << u"2200-0000-0000-0004"_s << u"****-****-****-0004"_s;
     QTest::newRow("dots") << text << u"4111.1111.1111.1111"_s << u"****.****.****.1111"_s;
     QTest::newRow("19 digits") << text << u"6759649826438453003"_s << u"***************3003"_s;
-    QTest::newRow("followed by expiry")
-        << text << u"VISA 4111111111111111 12/27"_s << u"VISA ************1111 12/27"_s;
-    QTest::newRow("followed by an amount")
-        << text << u"КАРТА 4111111111111111 500 РУБ"_s << u"КАРТА ************1111 500 РУБ"_s;
     QTest::newRow("after another group")
         << text << u"7 4111111111111111"_s << u"7 ************1111"_s;
     QTest::newRow("13 digits that pass") << text << u"ID 0000000000000"_s << u"ID *********0000"_s;
     QTest::newRow("fails Luhn") << text << u"4276123456781234"_s << u"4276123456781234"_s;
-    QTest::newRow("13 digits that fail")
-        << text << u"RRN 0000000000001"_s << u"RRN 0000000000001"_s;
-    QTest::newRow("form identifier of 25 digits")
-        << text << u"0100120000345050324140709"_s << u"0100120000345050324140709"_s;
     QTest::newRow("group over 19 digits") << text << u"41111111111111111111 4111111111111111"_s
                                           << u"41111111111111111111 ************1111"_s;
     QTest::newRow("two separators split")
@@ -51,9 +44,6 @@ void tst_CardMask::mask_data()
 
     const QString pan = u"pan"_s;
     QTest::newRow("pan") << pan << u"4111111111111111"_s << u"411111******1111"_s;
-    QTest::newRow("pan failing Luhn") << pan << u"4276123456781234"_s << u"427612******1234"_s;
-    QTest::newRow("pan with dots") << pan << u"4111.1111.1111.1111"_s << u"4111.11**.****.1111"_s;
-    QTest::newRow("pan with expiry") << pan << u"4111111111111111 12"_s << u"411111********11 12"_s;
     QTest::newRow("pan already masked") << pan << u"************1111"_s << u"************1111"_s;
     QTest::newRow("pan masked by the bank")
         << pan << u"411111******1111"_s << u"411111******1111"_s;

@@ -19,8 +19,6 @@ private Q_SLOTS:
     void retry_data();
     void retry();
     void logLines();
-    void additionalData_data();
-    void additionalData();
 };
 
 void tst_ProcessAnswer::initTestCase()
@@ -34,91 +32,61 @@ void tst_ProcessAnswer::answers_data()
     QTest::addColumn<QByteArray>("output");
     QTest::addColumn<int>("status");
     QTest::addColumn<int>("result");
-    QTest::addColumn<QString>("messageId");
-    QTest::addColumn<QString>("messageText");
-    QTest::addColumn<QStringList>("slips");
-    QTest::addColumn<QString>("cardType");
-
+    QTest::addColumn<QString>("message");     // "identifier: text"
+    QTest::addColumn<QStringList>("receipt"); // the card type, then the slips
+    const auto row = [](const char *name, const QByteArray &config, const QByteArray &output,
+                        int status, int result, const QString &message,
+                        const QStringList &receipt = {u""_s}) {
+        QTest::newRow(name) << config << output << status << result << message << receipt;
+    };
     const QByteArray none;
-    const QString undefined = u"undefined"_s;
-    const QString transaction = u"inpasPaymentProcessingTransactionError"_s;
+    const QByteArray textOk("[Client]\nsuccessTextResponses=ОДОБРЕНО\n");
+    const QByteArray textApproved("[Client]\nsuccessTextResponses=APPROVED\n");
+    const QByteArray code51("[ErrorCodes]\nnotEnoughtBalanceCode=51\n");
+    const QString notDone = u"inpasPaymentProcessingTransactionError: Транзакция не выполнена"_s;
+    const QString rejected = u"inpasPaymentProcessingRejectedError: Отказ"_s;
 
-    QTest::newRow("empty object") << none << QByteArray("{}") << 0 << 1 << transaction
-                                  << u"Транзакция не выполнена"_s << QStringList{} << u""_s;
-    QTest::newRow("not JSON") << none << QByteArray("Нет связи") << 0 << 1 << transaction
-                              << u"Транзакция не выполнена"_s << QStringList{} << u""_s;
-    QTest::newRow("array") << none << QByteArray("[1]") << 0 << 1 << transaction
-                           << u"Транзакция не выполнена"_s << QStringList{} << u""_s;
-    QTest::newRow("empty output") << none << QByteArray() << 0 << 1 << transaction
-                                  << u"Транзакция не выполнена"_s << QStringList{} << u""_s;
-    QTest::newRow("status as string")
-        << none << QByteArray(R"({"Status":"1"})") << 0 << 1 << transaction
-        << u"Транзакция не выполнена"_s << QStringList{} << u""_s;
-    QTest::newRow("status as fraction")
-        << none << QByteArray(R"({"Status":1.5})") << 0 << 1 << transaction
-        << u"Транзакция не выполнена"_s << QStringList{} << u""_s;
-    QTest::newRow("status out of range")
-        << none << QByteArray(R"({"Status":4294967297})") << 0 << 1 << transaction
-        << u"Транзакция не выполнена"_s << QStringList{} << u""_s;
-    QTest::newRow("status key case matters")
-        << none << QByteArray(R"({"status":1})") << 0 << 1 << transaction
-        << u"Транзакция не выполнена"_s << QStringList{} << u""_s;
-    QTest::newRow("approved, no texts configured")
-        << none << QByteArray(R"({"Status":1,"TextResponse":"Одобрено"})") << 1 << 0 << undefined
-        << u"Одобрено"_s << QStringList{} << u""_s;
-    QTest::newRow("approved without text") << none << QByteArray(R"({"Status":1.0})") << 1 << 0
-                                           << undefined << u""_s << QStringList{} << u""_s;
-    QTest::newRow("approved, text configured")
-        << QByteArray("[Client]\nsuccessTextResponses=ОДОБРЕНО\n")
-        << QByteArray(R"({"Status":1,"TextResponse":"  одобрено "})") << 1 << 0 << undefined
-        << u"  одобрено "_s << QStringList{} << u""_s;
-    QTest::newRow("approved, other text configured")
-        << QByteArray("[Client]\nsuccessTextResponses=APPROVED\n")
-        << QByteArray(R"({"Status":1,"TextResponse":"  одобрено "})") << 1 << 1 << undefined
-        << u"  одобрено "_s << QStringList{} << u""_s;
-    QTest::newRow("approved, blank text with texts configured")
-        << QByteArray("[Client]\nsuccessTextResponses=APPROVED\n")
-        << QByteArray(R"({"Status":1,"TextResponse":"   "})") << 1 << 0 << undefined << u"   "_s
-        << QStringList{} << u""_s;
-    QTest::newRow("not enough balance beats approval")
-        << QByteArray("[ErrorCodes]\nnotEnoughtBalanceCode=51\n")
-        << QByteArray(R"({"Status":1,"ResponseCodeHost":51,"TextResponse":"X"})") << 1 << 3
-        << undefined << u"X"_s << QStringList{} << u""_s;
-    QTest::newRow("not enough balance skips the text rule")
-        << QByteArray("[ErrorCodes]\nnotEnoughtBalanceCode=51\n[Client]\nsuccessTextResponses=OK\n")
-        << QByteArray(R"({"Status":16,"ResponseCodeHost":51})") << 16 << 3 << undefined << u""_s
-        << QStringList{} << u""_s;
-    QTest::newRow("default code -1 is a code too")
-        << none << QByteArray(R"({"Status":16,"ResponseCodeHost":-1})") << 16 << 3 << undefined
-        << u""_s << QStringList{} << u""_s;
-    QTest::newRow("refused with text")
-        << none << QByteArray(R"({"Status":16,"TextResponse":"Недостаточно средств"})") << 16 << 1
-        << undefined << u"Недостаточно средств"_s << QStringList{} << u""_s;
-    QTest::newRow("refused") << none << QByteArray(R"({"Status":16})") << 16 << 1
-                             << u"inpasPaymentProcessingRejectedError"_s << u"Отказ"_s
-                             << QStringList{} << u""_s;
-    QTest::newRow("no connection") << none << QByteArray(R"({"Status":34})") << 34 << 1
-                                   << u"inpasPaymentProcessingNoConnectionError"_s
-                                   << u"Нет соединения"_s << QStringList{} << u""_s;
-    QTest::newRow("interrupted") << none << QByteArray(R"({"Status":53})") << 53 << 1
-                                 << u"inpasPaymentProcessingInterruptedError"_s
-                                 << u"Операция прервана"_s << QStringList{} << u""_s;
-    QTest::newRow("unknown status") << none << QByteArray(R"({"Status":99})") << 99 << 1
-                                    << u"inpasPaymentProcessingUndefinedError"_s
-                                    << u"Неопределенная ошибка"_s << QStringList{} << u""_s;
-    QTest::newRow("text of another type")
-        << none << QByteArray(R"({"Status":16,"TextResponse":5})") << 16 << 1
-        << u"inpasPaymentProcessingRejectedError"_s << u"Отказ"_s << QStringList{} << u""_s;
-    QTest::newRow("slips of a declined operation")
-        << none << QByteArray(R"({"Status":16,"ReceiptData":"0xDF^1^Slip one~0xDA^1^Slip two~"})")
-        << 16 << 1 << u"inpasPaymentProcessingRejectedError"_s << u"Отказ"_s
-        << QStringList{u"Slip one"_s, u"Slip two"_s} << u""_s;
-    QTest::newRow("card type from receipt")
-        << none << QByteArray(R"({"Status":1,"ReceiptData":"0xDE^^VISA~"})") << 1 << 0 << undefined
-        << u""_s << QStringList{} << u"VISA"_s;
-    QTest::newRow("card type kept")
-        << none << QByteArray(R"({"Status":1,"CardType":"MIR","ReceiptData":"0xDE^^VISA~0xDF^^~"})")
-        << 1 << 0 << undefined << u""_s << QStringList{u""_s} << u"MIR"_s;
+    row("empty object", none, "{}", 0, 1, notDone);
+    row("not JSON", none, "Нет связи", 0, 1, notDone);
+    row("array", none, "[1]", 0, 1, notDone);
+    row("empty output", none, "", 0, 1, notDone);
+    row("status as string", none, R"({"Status":"1"})", 0, 1, notDone);
+    row("status as fraction", none, R"({"Status":1.5})", 0, 1, notDone);
+    row("status out of range", none, R"({"Status":4294967297})", 0, 1, notDone);
+    row("status key case matters", none, R"({"status":1})", 0, 1, notDone);
+    row("approved, no texts configured", none, R"({"Status":1,"TextResponse":"Одобрено"})", 1, 0,
+        u"undefined: Одобрено"_s);
+    row("approved without text", none, R"({"Status":1.0})", 1, 0, u"undefined: "_s);
+    row("approved, text configured", textOk, R"({"Status":1,"TextResponse":"  одобрено "})", 1, 0,
+        u"undefined:   одобрено "_s);
+    row("approved, other text configured", textApproved,
+        R"({"Status":1,"TextResponse":"  одобрено "})", 1, 1, u"undefined:   одобрено "_s);
+    row("approved, blank text with texts configured", textApproved,
+        R"({"Status":1,"TextResponse":"   "})", 1, 0, u"undefined:    "_s);
+    row("not enough balance beats approval", code51,
+        R"({"Status":1,"ResponseCodeHost":51,"TextResponse":"X"})", 1, 3, u"undefined: X"_s);
+    row("not enough balance skips the text rule", code51 + "[Client]\nsuccessTextResponses=OK\n",
+        R"({"Status":16,"ResponseCodeHost":51})", 16, 3, u"undefined: "_s);
+    row("default code -1 is a code too", none, R"({"Status":16,"ResponseCodeHost":-1})", 16, 3,
+        u"undefined: "_s);
+    row("refused with text", none, R"({"Status":16,"TextResponse":"Недостаточно средств"})", 16, 1,
+        u"undefined: Недостаточно средств"_s);
+    row("refused", none, R"({"Status":16})", 16, 1, rejected);
+    row("no connection", none, R"({"Status":34})", 34, 1,
+        u"inpasPaymentProcessingNoConnectionError: Нет соединения"_s);
+    row("interrupted", none, R"({"Status":53})", 53, 1,
+        u"inpasPaymentProcessingInterruptedError: Операция прервана"_s);
+    row("unknown status", none, R"({"Status":99})", 99, 1,
+        u"inpasPaymentProcessingUndefinedError: Неопределенная ошибка"_s);
+    row("text of another type", none, R"({"Status":16,"TextResponse":5})", 16, 1, rejected);
+    row("slips of a declined operation", none,
+        R"({"Status":16,"ReceiptData":"0xDF^1^Slip one~0xDA^1^Slip two~"})", 16, 1, rejected,
+        {u""_s, u"Slip one"_s, u"Slip two"_s});
+    row("card type from receipt", none, R"({"Status":1,"ReceiptData":"0xDE^^VISA~"})", 1, 0,
+        u"undefined: "_s, {u"VISA"_s});
+    row("card type kept", none,
+        R"({"Status":1,"CardType":"MIR","ReceiptData":"0xDE^^VISA~0xDF^^~"})", 1, 0,
+        u"undefined: "_s, {u"MIR"_s, u""_s});
 }
 
 void tst_ProcessAnswer::answers()
@@ -131,10 +99,8 @@ void tst_ProcessAnswer::answers()
     const PaymentProcessingAnswer answer = f.processor->processAnswer(output, nullptr);
     QTEST(answer.status, "status");
     QTEST(answer.result, "result");
-    QTEST(answer.message.id(), "messageId");
-    QTEST(answer.message.ru(), "messageText");
-    QTEST(QStringList(answer.slips), "slips");
-    QTEST(answer.cardType, "cardType");
+    QTEST(QString(answer.message.id() + u": "_s + answer.message.ru()), "message");
+    QTEST(QStringList{answer.cardType} + answer.slips, "receipt");
     QCOMPARE(answer.paymentMode, 0);
     QVERIFY(answer.additionalData.isEmpty());
 }
@@ -144,24 +110,20 @@ void tst_ProcessAnswer::retry_data()
     QTest::addColumn<QByteArray>("config");
     QTest::addColumn<QByteArray>("output");
     QTest::addColumn<bool>("retry");
-
-    const QByteArray codes("[Client]\nhostCodesResponseToRetry=5, 7\n");
-    QTest::newRow("open, no codes") << QByteArray() << QByteArray(R"({"Status":0})") << true;
-    QTest::newRow("unparsable, no codes") << QByteArray() << QByteArray("?") << true;
-    QTest::newRow("approved") << QByteArray() << QByteArray(R"({"Status":1})") << false;
-    QTest::newRow("refused") << QByteArray() << QByteArray(R"({"Status":16})") << false;
-    QTest::newRow("open, listed code")
-        << codes << QByteArray(R"({"Status":0,"ResponseCodeHost":5})") << true;
-    QTest::newRow("open, other code")
-        << codes << QByteArray(R"({"Status":0,"ResponseCodeHost":6})") << false;
-    QTest::newRow("approved, listed code")
-        << codes << QByteArray(R"({"Status":1,"ResponseCodeHost":5})") << false;
-    QTest::newRow("negative code in decimal")
-        << QByteArray("[Client]\nhostCodesResponseToRetry=-5\n")
-        << QByteArray(R"({"Status":0,"ResponseCodeHost":-5})") << true;
-    QTest::newRow("leading zeros never match")
-        << QByteArray("[Client]\nhostCodesResponseToRetry=05\n")
-        << QByteArray(R"({"Status":0,"ResponseCodeHost":5})") << false;
+    const auto row = [](const char *name, const char *codes, const char *output, bool retry) {
+        QTest::newRow(name) << (codes ? "[Client]\nhostCodesResponseToRetry="_ba + codes + '\n'
+                                      : QByteArray())
+                            << QByteArray(output) << retry;
+    };
+    row("open, no codes", nullptr, R"({"Status":0})", true);
+    row("unparsable, no codes", nullptr, "?", true);
+    row("approved", nullptr, R"({"Status":1})", false);
+    row("refused", nullptr, R"({"Status":16})", false);
+    row("open, listed code", "5, 7", R"({"Status":0,"ResponseCodeHost":5})", true);
+    row("open, other code", "5, 7", R"({"Status":0,"ResponseCodeHost":6})", false);
+    row("approved, listed code", "5, 7", R"({"Status":1,"ResponseCodeHost":5})", false);
+    row("negative code in decimal", "-5", R"({"Status":0,"ResponseCodeHost":-5})", true);
+    row("leading zeros never match", "05", R"({"Status":0,"ResponseCodeHost":5})", false);
 }
 
 void tst_ProcessAnswer::retry()
@@ -202,29 +164,6 @@ void tst_ProcessAnswer::logLines()
     QTest::ignoreMessage(QtWarningMsg,
                          "Нет завершающего символа '~'! Добавление '~' в конце поля.");
     QVERIFY(f.processor->processAnswer(R"({"ReceiptData":""})", nullptr).slips.isEmpty());
-}
-
-void tst_ProcessAnswer::additionalData_data()
-{
-    QTest::addColumn<QString>("before");
-    QTest::addColumn<QString>("method");
-    QTest::addColumn<QString>("after");
-    QTest::newRow("SBP") << u""_s << u"SbpPinPad"_s << u"{\"paymentMethod\":\"SbpPinPad\"}"_s;
-    QTest::newRow("replaces") << u"{\"a\":1}"_s << u"SbpPinPad"_s
-                              << u"{\"paymentMethod\":\"SbpPinPad\"}"_s;
-    QTest::newRow("empty method keeps") << u"{\"a\":1}"_s << u""_s << u"{\"a\":1}"_s;
-    QTest::newRow("escaped") << u""_s << u"a\"b\\c"_s << u"{\"paymentMethod\":\"a\\\"b\\\\c\"}"_s;
-}
-
-void tst_ProcessAnswer::additionalData()
-{
-    QFETCH(QString, before);
-    QFETCH(QString, method);
-    ProcessorFixture f;
-    PaymentProcessingAnswer answer;
-    answer.additionalData = before;
-    f.processor->addAdditionalData(answer, method);
-    QTEST(answer.additionalData, "after");
 }
 
 QTEST_GUILESS_MAIN(tst_ProcessAnswer)

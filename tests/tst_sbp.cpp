@@ -58,16 +58,13 @@ class tst_Sbp : public QObject
 private Q_SLOTS:
     void formId_data();
     void formId();
-    void typesThatRunNothing_data();
-    void typesThatRunNothing();
     void payment_data();
     void payment();
     void statusRunArguments_data();
     void statusRunArguments();
     void refund_data();
     void refund();
-    void typeThreeIsTheRefund();
-    void scanParams();
+    void scanPattern();
 };
 
 void tst_Sbp::formId_data()
@@ -106,32 +103,9 @@ void tst_Sbp::formId()
     QTEST(f.processor->formId(request), "expected");
 }
 
-void tst_Sbp::typesThatRunNothing_data()
-{
-    QTest::addColumn<int>("type");
-    QTest::addColumn<QString>("id");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("refund type 2")
-        << 2 << u"inpasPaymentProcessingNotSupportedError"_s << u"Не поддерживается"_s;
-    QTest::newRow("type 0") << 0 << u""_s << u""_s;
-    QTest::newRow("type 4") << 4 << u""_s << u""_s;
-}
-
-void tst_Sbp::typesThatRunNothing()
-{
-    QFETCH(int, type);
-    ProcessorFixture f("[Client]\nintervalBetweenOperations=100\n");
-    const PaymentProcessingAnswer answer = f.processor->paymentByQRCodeOnPinPad(sbpRequest(type));
-    QCOMPARE(f.client.runCount(), 0);
-    QCOMPARE(answer.status, 0);
-    QCOMPARE(answer.result, 1);
-    QTEST(answer.message.id(), "id");
-    QTEST(answer.message.ru(), "text");
-    QVERIFY(answer.additionalData.isEmpty());
-}
-
 void tst_Sbp::payment_data()
 {
+    QTest::addColumn<int>("type");
     QTest::addColumn<QByteArray>("config");
     QTest::addColumn<QList<QByteArray>>("answers");
     QTest::addColumn<int>("runs");
@@ -143,48 +117,61 @@ void tst_Sbp::payment_data()
     const QByteArray open = R"({"Status":0,"AuthorizationCode":"A0","ReferenceNumber":"R0"})";
     const QByteArray approved = R"({"Status":1,"AuthorizationCode":"A1","ReferenceNumber":"R1"})";
     const QByteArray refused = R"({"Status":16,"AuthorizationCode":"A2","ReferenceNumber":"R2"})";
+    const QByteArray none;
+    const QString id = formIdentifier;
 
     QTest::newRow("approved at once")
-        << QByteArray() << QList<QByteArray>{approved} << 1 << 1 << 0 << formIdentifier << u"R1"_s;
+        << 1 << none << QList{approved} << 1 << 1 << 0 << id << u"R1"_s;
     QTest::newRow("open three times, then approved")
-        << QByteArray() << QList<QByteArray>{open, open, open, approved} << 4 << 1 << 0
-        << formIdentifier << u"A1"_s;
+        << 1 << none << QList{open, open, open, approved} << 4 << 1 << 0 << id << u"A1"_s;
     QTest::newRow("open, then refused")
-        << QByteArray() << QList<QByteArray>{open, refused} << 2 << 16 << 1 << u"A2"_s << u"R2"_s;
+        << 1 << none << QList{open, refused} << 2 << 16 << 1 << u"A2"_s << u"R2"_s;
     QTest::newRow("refused at once")
-        << QByteArray() << QList<QByteArray>{refused} << 1 << 16 << 1 << u"A2"_s << u"R2"_s;
+        << 1 << none << QList{refused} << 1 << 16 << 1 << u"A2"_s << u"R2"_s;
     QTest::newRow("first run fails")
-        << QByteArray() << QList<QByteArray>{"fail"} << 1 << -1 << 1 << u""_s << u""_s;
+        << 1 << none << QList<QByteArray>{"fail"} << 1 << -1 << 1 << u""_s << u""_s;
     QTest::newRow("unparsable first answer opens the query")
-        << QByteArray() << QList<QByteArray>{"garbage", approved} << 2 << 1 << 0 << formIdentifier
-        << u"A1"_s;
+        << 1 << none << QList<QByteArray>{"garbage", approved} << 2 << 1 << 0 << id << u"A1"_s;
     QTest::newRow("failed run in the loop")
-        << QByteArray() << QList<QByteArray>{open, open, "fail"} << 3 << -1 << 1 << u""_s << u""_s;
+        << 1 << none << QList<QByteArray>{open, open, "fail"} << 3 << -1 << 1 << u""_s << u""_s;
+    const QByteArray retryFive("[Client]\nhostCodesResponseToRetry=5\n");
     QTest::newRow("host code not to retry")
-        << QByteArray("[Client]\nhostCodesResponseToRetry=5\n")
+        << 1 << retryFive
         << QList<QByteArray>{open, R"({"Status":0,"ResponseCodeHost":6})", approved} << 2 << 0 << 1
         << u""_s << u""_s;
     QTest::newRow("host code to retry")
-        << QByteArray("[Client]\nhostCodesResponseToRetry=5\n")
+        << 1 << retryFive
         << QList<QByteArray>{open, R"({"Status":0,"ResponseCodeHost":5})", approved} << 3 << 1 << 0
-        << formIdentifier << u"A1"_s;
+        << id << u"A1"_s;
+    // Type 3 is the refund: its runs are code 2 and the client's codes stay as they came.
+    QTest::newRow("type 3 is the refund")
+        << 3 << none << QList{open, approved} << 2 << 1 << 0 << u"A1"_s << u"R1"_s;
+    // Other types run nothing and carry no additional data.
+    QTest::newRow("type 2 not supported")
+        << 2 << retryFive << QList{approved} << 0 << 0 << 1 << u"Не поддерживается"_s << u""_s;
+    QTest::newRow("type 0") << 0 << none << QList{approved} << 0 << 0 << 1 << u""_s << u""_s;
+    QTest::newRow("type 4") << 4 << none << QList{approved} << 0 << 0 << 1 << u""_s << u""_s;
 }
 
 void tst_Sbp::payment()
 {
+    QFETCH(int, type);
     QFETCH(QByteArray, config);
     QFETCH(QList<QByteArray>, answers);
     ProcessorFixture f(config);
     f.client.setBehaviour(sequence(answers));
     const QuietLog quiet;
     const PaymentProcessingAnswer answer = static_cast<AbstractPaymentProcessing &>(*f.processor)
-                                               .paymentByQRCodeOnPinPad(sbpRequest(1));
+                                               .paymentByQRCodeOnPinPad(sbpRequest(type));
     QTEST(f.client.runCount(), "runs");
     QTEST(answer.status, "status");
     QTEST(answer.result, "result");
-    QTEST(answer.authorizationCode, "authorizationCode");
+    QTEST(type == 2 ? answer.message.ru() : answer.authorizationCode, "authorizationCode");
     QTEST(answer.referenceNumber, "referenceNumber");
-    QCOMPARE(answer.additionalData, u"{\"paymentMethod\":\"SbpPinPad\"}"_s);
+    if (type == 3)
+        QCOMPARE(f.client.arguments(1).at(0), u"2"_s);
+    const bool ran = f.client.runCount() > 0;
+    QCOMPARE(answer.additionalData, ran ? u"{\"paymentMethod\":\"SbpPinPad\"}"_s : QString());
 }
 
 void tst_Sbp::refund_data()
@@ -196,28 +183,26 @@ void tst_Sbp::refund_data()
     QTest::addColumn<int>("result");
     QTest::addColumn<QString>("message");
     QTest::addColumn<QString>("authorizationCode");
-
+    const auto row = [](const char *name, const char *codes, const QList<QByteArray> &answers,
+                        int runs, int status, int result, const QString &message,
+                        const QString &authorizationCode = {}) {
+        QTest::newRow(name) << (codes ? "[Client]\nreturnStatusSbpSuccessCodes="_ba + codes + '\n'
+                                      : QByteArray())
+                            << answers << runs << status << result << message << authorizationCode;
+    };
     const QByteArray open = R"({"Status":0})";
     const QByteArray five = R"({"Status":5,"AuthorizationCode":"A5"})";
-    const QByteArray successFive("[Client]\nreturnStatusSbpSuccessCodes=5\n");
+    const QString undefined = u"Неопределенная ошибка"_s;
 
-    QTest::newRow("ends on a success code") << successFive << QList<QByteArray>{open, open, five}
-                                            << 3 << 5 << 0 << u"Неопределенная ошибка"_s << u"A5"_s;
-    QTest::newRow("no success codes") << QByteArray() << QList<QByteArray>{open, five} << 2 << 5
-                                      << 1 << u"Неопределенная ошибка"_s << u"A5"_s;
-    QTest::newRow("approved status") << QByteArray() << QList<QByteArray>{open, R"({"Status":1})"}
-                                     << 2 << 1 << 0 << u""_s << u""_s;
-    QTest::newRow("codes 0 and 1 change nothing")
-        << QByteArray("[Client]\nreturnStatusSbpSuccessCodes=0,1\n")
-        << QList<QByteArray>{open, open, R"({"Status":16})"} << 3 << 16 << 1 << u"Отказ"_s << u""_s;
-    QTest::newRow("-1 makes a failed run a refund")
-        << QByteArray("[Client]\nreturnStatusSbpSuccessCodes=-1\n")
-        << QList<QByteArray>{open, "fail"} << 2 << -1 << 0 << u"Сбой\n"_s << u""_s;
-    QTest::newRow("approved at once")
-        << QByteArray() << QList<QByteArray>{R"({"Status":1,"AuthorizationCode":"AX"})"} << 1 << 1
-        << 0 << u""_s << u"AX"_s;
-    QTest::newRow("first run fails")
-        << successFive << QList<QByteArray>{"fail"} << 1 << -1 << 1 << u"Сбой\n"_s << u""_s;
+    row("ends on a success code", "5", {open, open, five}, 3, 5, 0, undefined, u"A5"_s);
+    row("no success codes", nullptr, {open, five}, 2, 5, 1, undefined, u"A5"_s);
+    row("approved status", nullptr, {open, R"({"Status":1})"}, 2, 1, 0, u""_s);
+    row("codes 0 and 1 change nothing", "0,1", {open, open, R"({"Status":16})"}, 3, 16, 1,
+        u"Отказ"_s);
+    row("-1 makes a failed run a refund", "-1", {open, "fail"}, 2, -1, 0, u"Сбой\n"_s);
+    row("approved at once", nullptr, {R"({"Status":1,"AuthorizationCode":"AX"})"}, 1, 1, 0, u""_s,
+        u"AX"_s);
+    row("first run fails", "5", {"fail"}, 1, -1, 1, u"Сбой\n"_s);
 }
 
 void tst_Sbp::refund()
@@ -266,35 +251,13 @@ void tst_Sbp::statusRunArguments()
     QCOMPARE(f.client.arguments(3), status);
 }
 
-void tst_Sbp::typeThreeIsTheRefund()
-{
-    ProcessorFixture f;
-    f.client.setBehaviour(sequence({R"({"Status":0})", R"({"Status":1,"AuthorizationCode":"A"})"}));
-    const QuietLog quiet;
-    const PaymentProcessingAnswer viaPayment = f.processor->paymentByQRCodeOnPinPad(sbpRequest(3));
-    QCOMPARE(f.client.arguments(1).at(0), u"2"_s);
-    QCOMPARE(f.client.arguments(1).at(8), u"returnSbp"_s);
-    // The refund leaves the client's authorisation code; a payment would put the form id there.
-    QCOMPARE(viaPayment.authorizationCode, u"A"_s);
-    QCOMPARE(viaPayment.result, 0);
-}
-
 // What the dialog does with the record; every field's value is checked through posctl.
-void tst_Sbp::scanParams()
+void tst_Sbp::scanPattern()
 {
     ProcessorFixture f;
-    const ScanQrParams params = f.processor->getScanQrParams();
-    QCOMPARE(params.errorMessage.ru().count(u'\n'), 1);
-    QCOMPARE(params.patterns.size(), 1);
-    const QRegularExpression &pattern = params.patterns.first();
-    QCOMPARE(pattern.patternOptions(), QRegularExpression::NoPatternOption);
-    QVERIFY(pattern.match(u"hQVDUFYwMQ=="_s).hasMatch());
-    QVERIFY(!pattern.match(u"QVDUFY"_s).hasMatch());
-
-    // Each call builds a fresh record: changing one leaves the next as it was.
-    ScanQrParams changed = params;
-    changed.patterns.clear();
-    QCOMPARE(f.processor->getScanQrParams(), params);
+    const QList<QRegularExpression> patterns = f.processor->getScanQrParams().patterns;
+    QCOMPARE(patterns.size(), 1);
+    QCOMPARE(patterns.first().patternOptions(), QRegularExpression::NoPatternOption);
 }
 
 QTEST_GUILESS_MAIN(tst_Sbp)

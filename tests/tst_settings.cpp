@@ -37,7 +37,6 @@ private Q_SLOTS:
     void init();
     void directoryAndFile_data();
     void directoryAndFile();
-    void defaultsWithoutFile();
     void values_data();
     void values();
     void setsGrowOverDirectories();
@@ -77,71 +76,53 @@ void tst_Settings::directoryAndFile()
     QFETCH(QString, argument);
     QFETCH(QString, directory);
     QFETCH(QString, file);
+    // The constructor reads the default directory's file, through the host's configuration.
     InpasPaymentProcessing processor;
-    recording->files.clear();
     processor.setProcessingDirectory(argument);
     QCOMPARE(processor.getProcessingDirectory(), directory);
-    QCOMPARE(recording->files.size(), 1);
-    QCOMPARE(recording->files.first().first, file);
-    QCOMPARE(recording->files.first().second, u"inpas"_s);
-}
-
-void tst_Settings::defaultsWithoutFile()
-{
-    FakeClient empty;
-    InpasPaymentProcessing processor;
-    // The constructor reads the default directory's file.
-    QCOMPARE(recording->files.value(0).first,
-             u"/tillroot/cash/paysystems/inpas/zelnorinpas.conf"_s);
-    processor.setProcessingDirectory(empty.directory());
-    const InpasSettings &s = processor.currentSettings();
-    QCOMPARE(s.intervalBetweenOperations, 2);
-    QCOMPARE(s.notEnoughtBalanceCode, -1);
-    QVERIFY(s.returnStatusSbpSuccessCodes.isEmpty());
-    QVERIFY(s.successTextResponses.isEmpty());
-    QVERIFY(s.hostCodesResponseToRetry.isEmpty());
-    QVERIFY(processor.checkOption(processing::ScanTokenOnCancel));
-    QVERIFY(!processor.checkOption(processing::AllowInterruptPayment));
+    QCOMPARE(recording->files.size(), 2);
+    QCOMPARE(recording->files.first().first, u"/tillroot/cash/paysystems/inpas/zelnorinpas.conf"_s);
+    QCOMPARE(recording->files.last().first, file);
+    QCOMPARE(recording->files.last().second, u"inpas"_s);
 }
 
 void tst_Settings::values_data()
 {
-    QTest::addColumn<QByteArray>("ini");
+    QTest::addColumn<QByteArray>("ini"); // null: no file at all
     QTest::addColumn<QSet<int>>("codes");
     QTest::addColumn<QSet<QString>>("texts");
     QTest::addColumn<QSet<QString>>("hostCodes");
     QTest::addColumn<int>("interval");
     QTest::addColumn<int>("notEnough");
-
-    QTest::newRow("bad codes dropped")
-        << QByteArray(
-               "[Client]\nreturnStatusSbpSuccessCodes=12, -3, abc, 4294967296, , 2147483647, "
-               "-2147483649\n")
-        << QSet<int>{12, -3, 2147483647} << QSet<QString>{} << QSet<QString>{} << 2 << -1;
-    QTest::newRow("texts trimmed and upper-cased")
-        << QByteArray("[Client]\nsuccessTextResponses=  approved , Одобрено,APPROVED,одобрено ,"
-                      "  ,\nhostCodesResponseToRetry= 5 ,a1, A1\n")
-        << QSet<int>{} << QSet<QString>{u"APPROVED"_s, u"ОДОБРЕНО"_s}
-        << QSet<QString>{u"5"_s, u"A1"_s} << 2 << -1;
-    QTest::newRow("numbers")
-        << QByteArray(
-               "[Client]\nintervalBetweenOperations=7\n[ErrorCodes]\nnotEnoughtBalanceCode=51\n")
-        << QSet<int>{} << QSet<QString>{} << QSet<QString>{} << 7 << 51;
-    QTest::newRow("malformed numbers keep defaults")
-        << QByteArray(
-               "[Client]\nintervalBetweenOperations=soon\n[ErrorCodes]\nnotEnoughtBalanceCode=\n")
-        << QSet<int>{} << QSet<QString>{} << QSet<QString>{} << 2 << -1;
-    QTest::newRow("keys in the wrong group are not seen")
-        << QByteArray(
-               "[ErrorCodes]\nintervalBetweenOperations=9\n[Client]\nnotEnoughtBalanceCode=51\n")
-        << QSet<int>{} << QSet<QString>{} << QSet<QString>{} << 2 << -1;
+    const auto row = [](const char *name, const QByteArray &ini, const QSet<int> &codes = {},
+                        const QSet<QString> &texts = {}, const QSet<QString> &hostCodes = {},
+                        int interval = 2, int notEnough = -1) {
+        QTest::newRow(name) << ini << codes << texts << hostCodes << interval << notEnough;
+    };
+    row("no file", QByteArray());
+    row("bad codes dropped",
+        "[Client]\nreturnStatusSbpSuccessCodes=12, -3, abc, 4294967296, , 2147483647, "
+        "-2147483649\n",
+        {12, -3, 2147483647});
+    row("texts trimmed and upper-cased",
+        "[Client]\nsuccessTextResponses=  approved , Одобрено,APPROVED,одобрено ,  ,\n"
+        "hostCodesResponseToRetry= 5 ,a1, A1\n",
+        {}, {u"APPROVED"_s, u"ОДОБРЕНО"_s}, {u"5"_s, u"A1"_s});
+    row("numbers",
+        "[Client]\nintervalBetweenOperations=7\n[ErrorCodes]\nnotEnoughtBalanceCode=51\n", {}, {},
+        {}, 7, 51);
+    row("malformed numbers keep defaults",
+        "[Client]\nintervalBetweenOperations=soon\n[ErrorCodes]\nnotEnoughtBalanceCode=\n");
+    row("keys in the wrong group are not seen",
+        "[ErrorCodes]\nintervalBetweenOperations=9\n[Client]\nnotEnoughtBalanceCode=51\n");
 }
 
 void tst_Settings::values()
 {
     QFETCH(QByteArray, ini);
     FakeClient client;
-    client.setConfig(ini);
+    if (!ini.isNull())
+        client.setConfig(ini);
     InpasPaymentProcessing processor;
     processor.setProcessingDirectory(client.directory());
     const InpasSettings &s = processor.currentSettings();
@@ -172,10 +153,11 @@ void tst_Settings::setsGrowOverDirectories()
 
 void tst_Settings::interruptOptionOnlySwitchesOn()
 {
+    // The host's words for yes and no, in any case.
     FakeClient allowed;
-    allowed.setConfig("[Client]\nallowInterruptPayment=true\n");
+    allowed.setConfig("[Client]\nallowInterruptPayment= Yes\n");
     FakeClient forbidden;
-    forbidden.setConfig("[Client]\nallowInterruptPayment=false\n");
+    forbidden.setConfig("[Client]\nallowInterruptPayment=no\n");
     InpasPaymentProcessing processor;
     processor.setProcessingDirectory(forbidden.directory());
     QVERIFY(!processor.checkOption(processing::AllowInterruptPayment));
@@ -188,12 +170,14 @@ void tst_Settings::interruptOptionOnlySwitchesOn()
 void tst_Settings::scanOnCancelFollowsLatest()
 {
     FakeClient off;
-    off.setConfig("[Client]\nscanTokenOnCancel=false\n");
-    FakeClient none;
+    off.setConfig("[Client]\nscanTokenOnCancel=OFF\n");
+    FakeClient malformed;
+    malformed.setConfig("[Client]\nscanTokenOnCancel=maybe\n");
     InpasPaymentProcessing processor;
     processor.setProcessingDirectory(off.directory());
     QVERIFY(!processor.checkOption(processing::ScanTokenOnCancel));
-    processor.setProcessingDirectory(none.directory());
+    // A value that is neither yes nor no gives the default.
+    processor.setProcessingDirectory(malformed.directory());
     QVERIFY(processor.checkOption(processing::ScanTokenOnCancel));
     // Through the host's base, as the host calls it.
     static_cast<AbstractPaymentProcessing &>(processor).setProcessingDirectory(off.directory());

@@ -27,7 +27,7 @@ QByteArray readFile(const QString &path)
 
 FakeClient::FakeClient()
 {
-    setAnswers({"{}"});
+    setAnswer("{}");
 }
 
 QString FakeClient::recordPath(const QString &name) const
@@ -35,32 +35,28 @@ QString FakeClient::recordPath(const QString &name) const
     return m_records.filePath(name);
 }
 
+// Every run records its number, start time, working directory and arguments, then runs tail.
 void FakeClient::writeScript(const QByteArray &tail)
 {
-    const QByteArray records = m_records.path().toUtf8();
-    QByteArray script = "#!/bin/sh\n"
-                        "R='" +
-                        records +
-                        "'\n"
-                        "n=$(cat \"$R/count\" 2>/dev/null || echo 0)\n"
-                        "n=$((n+1))\n"
-                        "date +%s.%N > \"$R/start.$n\"\n"
-                        "pwd > \"$R/cwd.$n\"\n"
-                        "for a in \"$@\"; do printf '%s\\0' \"$a\"; done > \"$R/args.$n\"\n"
-                        "echo $n > \"$R/count\"\n";
-    script += tail;
+    QByteArray script = R"(#!/bin/sh
+R='@records@'
+n=$(cat "$R/count" 2>/dev/null || echo 0)
+n=$((n+1))
+date +%s.%N > "$R/start.$n"
+pwd > "$R/cwd.$n"
+for a in "$@"; do printf '%s\0' "$a"; done > "$R/args.$n"
+echo $n > "$R/count"
+)";
+    script.replace("@records@", m_records.path().toUtf8()).append(tail);
     const QString path = m_dir.filePath(u"zelnorinpas"_s);
     writeFile(path, script);
     QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
-void FakeClient::setAnswers(const QList<QByteArray> &answers)
+void FakeClient::setAnswer(const QByteArray &answer)
 {
-    for (qsizetype i = 0; i < answers.size(); ++i)
-        writeFile(recordPath(u"answer.%1"_s.arg(i + 1)), answers.at(i));
-    writeFile(recordPath(u"answer.last"_s), answers.isEmpty() ? QByteArray() : answers.last());
-    writeScript("if [ -f \"$R/answer.$n\" ]; then cat \"$R/answer.$n\"; "
-                "else cat \"$R/answer.last\"; fi\n");
+    writeFile(recordPath(u"answer"_s), answer);
+    writeScript("cat \"$R/answer\"\n");
 }
 
 void FakeClient::setBehaviour(const QByteArray &shellCode)

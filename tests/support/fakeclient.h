@@ -15,9 +15,8 @@ public:
 
     QString directory() const { return m_dir.path(); }
 
-    // What successive runs print on stdout; the last answer repeats.
-    void setAnswers(const QList<QByteArray> &answers);
-    void setAnswer(const QByteArray &answer) { setAnswers({answer}); }
+    // What every run prints on stdout.
+    void setAnswer(const QByteArray &answer);
     // Runs this shell code after the run is recorded instead of printing an answer; $R is the
     // records directory and $n the number of the run.
     void setBehaviour(const QByteArray &shellCode);

@@ -28,17 +28,8 @@ LogCapture::~LogCapture()
     qInstallMessageHandler(previous);
 }
 
-QStringList LogCapture::lines() const
+QString LogCapture::text() const
 {
     const QMutexLocker lock(&mutex);
-    return captured;
-}
-
-bool LogCapture::contains(const QString &text) const
-{
-    const QMutexLocker lock(&mutex);
-    for (const QString &line : std::as_const(captured))
-        if (line.contains(text))
-            return true;
-    return false;
+    return captured.join(u'\n');
 }

@@ -12,7 +12,6 @@ public:
     LogCapture(const LogCapture &) = delete;
     LogCapture &operator=(const LogCapture &) = delete;
 
-    QStringList lines() const;
-    // Whether any captured line contains the text.
-    bool contains(const QString &text) const;
+    // Every line so far, one after another.
+    QString text() const;
 };

@@ -1,6 +1,5 @@
 #include "processorfixture.h"
 
-#include <QRegularExpression>
 #include <QTest>
 
 using namespace Qt::Literals::StringLiterals;
@@ -39,13 +38,4 @@ void ProcessorFixture::expectAnswerLine(int status, const QString &message, int 
             u"Номер карты='%4' ID операции='%5', Код авторизации='%6', Код ответа='%7'"_s.arg(
                 QString::number(status), message, cardType, pan, reference, auth,
                 QString::number(hostCode))));
-}
-
-void ProcessorFixture::expectAnyRuns(int runs)
-{
-    for (int i = 0; i < runs; ++i) {
-        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(u"^Рабочий каталог: "_s));
-        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(u"^Ответ процессинга: "_s));
-        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(u"^Операция выполнена\\. "_s));
-    }
 }

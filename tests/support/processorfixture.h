@@ -32,8 +32,6 @@ struct ProcessorFixture
     static void expectAnswerLine(int status, const QString &message, int hostCode = 0,
                                  const QString &cardType = {}, const QString &pan = {},
                                  const QString &reference = {}, const QString &auth = {});
-    // Expects the lines of every run of this processor whatever they say.
-    static void expectAnyRuns(int runs);
 
     FakeClient client;
     std::unique_ptr<InpasPaymentProcessing> processor;
