@@ -29,6 +29,7 @@ public:
     // operating system's error number and a sentence that says what was missing.
     virtual void failedToStart(const QString &program, const QString &directory, int osError,
                                const QString &reason);
-    // On the runner's thread, once the run is over.
+    // On the thread that waited for the program, once the run is over; or in the runner's
+    // destructor, for a program that nobody waited for.
     virtual void finished(const ProcessEnd &end);
 };

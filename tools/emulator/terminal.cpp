@@ -43,7 +43,7 @@ EmulatorAnswer interrupted()
             QJsonObject{{u"Status"_s, 53}, {u"TextResponse"_s, interruptedText}}};
 }
 
-// Which of the period's totals an operation adds to.
+// Which of the period's totals an operation adds to: sales, refunds or cancels.
 int totalOf(const QString &operation)
 {
     if (operation.endsWith("sale"_L1))
@@ -328,28 +328,20 @@ QString Terminal::totals(const QList<JournalEntry> &entries, bool listEach) cons
         slip.center(u"НЕТ ОПЕРАЦИЙ"_s);
     for (auto it = byMerchant.cbegin(); it != byMerchant.cend(); ++it) {
         slip.pair(u"МЕРЧАНТ:"_s, it.key());
-        qint64 sales = 0, refunds = 0, cancels = 0;
-        qint64 salesCount = 0, refundsCount = 0, cancelsCount = 0;
+        qint64 sums[3] = {0, 0, 0};
+        qint64 counts[3] = {0, 0, 0};
         for (const JournalEntry &e : it.value()) {
             if (listEach)
                 slip.pair(e.time.toString(u"hh:mm"_s) + u' ' + operationTitle(e.operation) +
                               u" *"_s + e.pan.right(4),
                           Slip::money(e.amount));
-            if (e.operation.endsWith("sale"_L1)) {
-                sales += e.amount;
-                ++salesCount;
-            } else if (e.operation.endsWith("refund"_L1)) {
-                refunds += e.amount;
-                ++refundsCount;
-            } else {
-                cancels += e.amount;
-                ++cancelsCount;
-            }
+            sums[totalOf(e.operation)] += e.amount;
+            ++counts[totalOf(e.operation)];
         }
-        slip.pair(u"ОПЛАТА      %1 шт."_s.arg(salesCount), Slip::money(sales))
-            .pair(u"ВОЗВРАТ     %1 шт."_s.arg(refundsCount), Slip::money(refunds))
-            .pair(u"ОТМЕНА      %1 шт."_s.arg(cancelsCount), Slip::money(cancels))
-            .pair(u"ИТОГО:"_s, Slip::money(sales - refunds - cancels))
+        slip.pair(u"ОПЛАТА      %1 шт."_s.arg(counts[0]), Slip::money(sums[0]))
+            .pair(u"ВОЗВРАТ     %1 шт."_s.arg(counts[1]), Slip::money(sums[1]))
+            .pair(u"ОТМЕНА      %1 шт."_s.arg(counts[2]), Slip::money(sums[2]))
+            .pair(u"ИТОГО:"_s, Slip::money(sums[0] - sums[1] - sums[2]))
             .rule();
     }
     return slip.text();

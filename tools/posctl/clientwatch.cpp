@@ -6,19 +6,12 @@ void ClientWatch::beginOperation()
     m_runs = 0;
     m_lastEnd.reset();
     m_startFailure.reset();
-    m_lastDirectory.clear();
 }
 
 std::optional<ClientWatch::Client> ClientWatch::running() const
 {
     const QMutexLocker lock(&m_mutex);
     return m_running;
-}
-
-QString ClientWatch::lastDirectory() const
-{
-    const QMutexLocker lock(&m_mutex);
-    return m_lastDirectory;
 }
 
 int ClientWatch::runsInOperation() const
@@ -43,7 +36,6 @@ void ClientWatch::started(qint64 processId, const QString &, const QString &dire
 {
     const QMutexLocker lock(&m_mutex);
     m_running = Client{processId, directory};
-    m_lastDirectory = directory;
     ++m_runs;
 }
 
@@ -52,7 +44,6 @@ void ClientWatch::failedToStart(const QString &program, const QString &directory
 {
     const QMutexLocker lock(&m_mutex);
     m_startFailure = StartFailure{program, directory, osError, reason};
-    m_lastDirectory = directory;
     ++m_runs;
 }
 

@@ -9,7 +9,8 @@
 
 // What posctl knows of the payment clients that the plug-in runs through the host's process
 // runner: which one runs now and where, how many an operation has run, how the last one ended
-// and why the last start failed. Filled from the runner's threads, read from posctl's.
+// and why the last start failed. Filled as the runner starts and ends clients, on the thread
+// that waits for them; read from posctl's signal watcher as well.
 class ClientWatch : public ProcessMonitor
 {
 public:
@@ -30,8 +31,6 @@ public:
     void beginOperation();
 
     std::optional<Client> running() const;
-    // The directory of the operation's last client run or start, if there was one.
-    QString lastDirectory() const;
     int runsInOperation() const;
     std::optional<ProcessEnd> lastEnd() const;
     std::optional<StartFailure> lastStartFailure() const;
@@ -44,7 +43,6 @@ public:
 private:
     mutable QMutex m_mutex;
     std::optional<Client> m_running;
-    QString m_lastDirectory;
     int m_runs = 0;
     std::optional<ProcessEnd> m_lastEnd;
     std::optional<StartFailure> m_startFailure;

@@ -16,7 +16,7 @@ ProgressBar::ProgressBar(ProgressIndicator *indicator, const ClientWatch &watch,
         return;
     m_drawn = true;
     m_clock.start();
-    // The indicator is set from the client runner's thread while the main thread waits.
+    // The indicator is set from whichever thread waits for the client: drawn right there.
     m_connection = QObject::connect(
         indicator, &ProgressIndicator::valueChanged, indicator,
         [this](int percent) { draw(percent); }, Qt::DirectConnection);
