@@ -205,7 +205,7 @@ void Formatter::writeFramed(Output &out, QStringView text)
     for (const QStringView line : QStringTokenizer(text, u'\n'))
         width = std::max(width, visibleLength(line));
     out << u"┌";
-    out.repeat(u"─", width + 2);
+    out.repeat(u'─', width + 2);
     out << u"┐\n";
     for (const QStringView line : QStringTokenizer(text, u'\n')) {
         out << u"│ ";
@@ -214,11 +214,11 @@ void Formatter::writeFramed(Output &out, QStringView text)
             out << visible(line.sliced(from, to - from));
             from = to;
         }
-        out.repeat(u" ", width - visibleLength(line));
+        out.repeat(u' ', width - visibleLength(line));
         out << u" │\n";
     }
     out << u"└";
-    out.repeat(u"─", width + 2);
+    out.repeat(u'─', width + 2);
     out << u"┘\n";
 }
 

@@ -15,10 +15,13 @@ Output &Output::operator<<(QStringView text)
     return *this;
 }
 
-void Output::repeat(QStringView text, qsizetype count)
+void Output::repeat(QChar c, qsizetype count)
 {
-    for (qsizetype i = 0; i < count; ++i)
-        *this << text;
+    if (count <= 0)
+        return;
+    const QString block(std::min(count, pieceSize), c);
+    for (; count > 0; count -= block.size())
+        *this << QStringView(block).left(std::min(count, block.size()));
 }
 
 void Output::jsonString(QStringView text)

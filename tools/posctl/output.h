@@ -19,8 +19,8 @@ public:
 
     Output &operator<<(QStringView text);
     Output &operator<<(char16_t c) { return *this << QStringView(&c, 1); }
-    // The text repeated count times.
-    void repeat(QStringView text, qsizetype count);
+    // The character count times, written a block at a time.
+    void repeat(QChar c, qsizetype count);
     // The text as a JSON string, quotes included, escaped exactly as QJsonDocument writes it.
     void jsonString(QStringView text);
 
