@@ -1,10 +1,10 @@
 // The whole answer path: a processor whose settings come from the first bytes of the input
-// parses the rest as the client's output, with every log line formatted and masked.
+// parses the rest as the client's output, with every log line formatted and masked. What the
+// masking itself must hold is fuzz_cardmask's.
 //
 // Input: one byte for the not-enough-balance code, a byte n and n bytes of success texts, a
 // byte m and m bytes of host codes to retry, then the client's output.
 
-#include <answer/cardmask.h>
 #include <plugin/inpaspaymentprocessing.h>
 
 #include <QFile>
@@ -34,16 +34,6 @@ uint8_t takeByte(const uint8_t *&data, size_t &size)
 {
     const QByteArray byte = take(data, size, 1);
     return byte.isEmpty() ? 0 : uint8_t(byte.at(0));
-}
-
-// Masking replaces digits with stars and nothing else.
-void checkMasked(const QString &original, const QString &masked)
-{
-    if (masked.size() != original.size())
-        std::abort();
-    for (qsizetype i = 0; i < original.size(); ++i)
-        if (masked.at(i) != original.at(i) && (masked.at(i) != u'*' || !original.at(i).isDigit()))
-            std::abort();
 }
 
 } // namespace
@@ -79,9 +69,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         std::abort();
     if (retry && answer.status != 0)
         std::abort();
-
-    const QString text = QString::fromUtf8(output);
-    checkMasked(text, CardMask::text(text));
-    checkMasked(answer.pan, CardMask::pan(answer.pan));
     return 0;
 }

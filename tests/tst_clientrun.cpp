@@ -112,7 +112,7 @@ void tst_ClientRun::progress()
             seen.append(value);
         },
         Qt::DirectConnection);
-    ProcessorFixture::expectRun(f.client.directory(), {u"11"_s}, "{}\n");
+    ProcessorFixture::expectRun(f.client.directory(), {u"11"_s}, "{}");
     f.processor->executeCommand(11, {}, 10s);
     disconnect(connection);
     QVERIFY2(seen.size() >= 4, qPrintable(QString::number(seen.size())));

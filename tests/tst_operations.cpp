@@ -1,6 +1,5 @@
 // Card and service operations: which client runs they make and what they return.
 
-#include "logcapture.h"
 #include "processorfixture.h"
 #include "words.h"
 
@@ -8,9 +7,6 @@
 #include <tlv/bertlv.h>
 #include <valutcollection.h>
 
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QLoggingCategory>
 #include <QTest>
 
 #include <functional>
@@ -43,8 +39,6 @@ private Q_SLOTS:
     void serviceOperations();
     void cardOperations_data();
     void cardOperations();
-    void logShowsNoCardData_data();
-    void logShowsNoCardData();
 };
 
 void tst_Operations::initTestCase()
@@ -175,88 +169,6 @@ void tst_Operations::cardOperations()
     QCOMPARE(answer.status, arguments.isEmpty() ? 0 : 16);
     QCOMPARE(answer.message.isEmpty(), arguments.isEmpty());
     QTEST(answer.paymentMode, "paymentMode");
-}
-
-void tst_Operations::logShowsNoCardData_data()
-{
-    QTest::addColumn<QString>("pan");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("slip");
-    QTest::addColumn<QString>("reference");
-    QTest::addColumn<QString>("qr");
-    QTest::addColumn<QStringList>("hidden"); // in no line of the log
-    QTest::addColumn<QStringList>("shown");  // in some line of the log
-
-    const QString card = u"4111111111111111"_s;
-    QTest::newRow("card number with expiry")
-        << u"4111111111111111 12"_s << u""_s << u"VISA 4111111111111111 12/27"_s << u""_s << u""_s
-        << QStringList{card} << QStringList{u"Номер карты='411111********11 12'"_s};
-    QTest::newRow("card number in the message")
-        << u""_s << u"Карта 4111111111111111 одобрена"_s << u""_s << u""_s << u""_s
-        << QStringList{card} << QStringList{u"Карта ************1111 одобрена"_s};
-    QTest::newRow("card number with dots")
-        << u"4111.1111.1111.1111"_s << u""_s << u""_s << u""_s << u""_s
-        << QStringList{u"4111.1111.1111.1111"_s} << QStringList{u"4111.11**.****.1111"_s};
-    QTest::newRow("card number failing the check digit")
-        << u"4276123456781234"_s << u""_s << u""_s << u""_s << u""_s
-        << QStringList{u"4276123456781234"_s} << QStringList{u"427612******1234"_s};
-    QTest::newRow("card number before an amount")
-        << u""_s << u""_s << u"КАРТА 4111111111111111 500 РУБ"_s << u""_s << u""_s
-        << QStringList{card} << QStringList{u"КАРТА ************1111 500 РУБ"_s};
-    const QString qr = u"hQVDUFYwMWEmTwegAAAAAxAQVxFBEREREREREdJRIgEAAAAAD1oIQRERERERERE="_s;
-    QTest::newRow("customer QR code")
-        << u""_s << u""_s << u""_s << u""_s << qr << QStringList{qr, payloadBase64(qr)}
-        << QStringList{u"-d <QR 92 bytes>"_s};
-    QTest::newRow("form identifier of 25 digits")
-        << u""_s << u""_s << u""_s << u"0100120000345050324140709"_s << u""_s << QStringList{}
-        << QStringList{u"ID операции='0100120000345050324140709'"_s};
-    QTest::newRow("13-digit reference failing the check digit")
-        << u""_s << u""_s << u""_s << u"0000000000001"_s << u""_s << QStringList{}
-        << QStringList{u"ID операции='0000000000001'"_s};
-}
-
-// Every line of an operation's log, whatever its level, shows no card data; the answer keeps
-// exactly what the client sent.
-void tst_Operations::logShowsNoCardData()
-{
-    QFETCH(QString, pan);
-    QFETCH(QString, text);
-    QFETCH(QString, slip);
-    QFETCH(QString, reference);
-    QFETCH(QString, qr);
-    QFETCH(QStringList, hidden);
-    QFETCH(QStringList, shown);
-
-    ProcessorFixture f;
-    QJsonObject output{{u"Status"_s, 1},
-                       {u"PAN"_s, pan},
-                       {u"TextResponse"_s, text},
-                       {u"ReferenceNumber"_s, reference}};
-    if (!slip.isEmpty())
-        output.insert(u"ReceiptData"_s, QString(u"0xDF^1^"_s + slip + u'~'));
-    f.client.setAnswer(QJsonDocument(output).toJson());
-    PaymentProcessingRequest request;
-    request.type = PaymentProcessingRequest::Sale;
-    request.customerQrCode = qr;
-    request.currencyCode = 1;
-
-    const LogCapture log;
-    QLoggingCategory::setFilterRules(u"*.debug=true"_s);
-    const PaymentProcessingAnswer answer = f.processor->payment(request);
-    QLoggingCategory::setFilterRules(QString());
-
-    const QString lines = log.text();
-    QVERIFY(lines.count(u'\n') >= 3);
-    for (const QString &secret : hidden)
-        QVERIFY2(!lines.contains(secret), qPrintable(lines));
-    for (const QString &line : shown)
-        QVERIFY2(lines.contains(line), qPrintable(lines));
-    if (!qr.isEmpty())
-        QCOMPARE(f.client.arguments(1).at(6), payloadBase64(qr));
-    QCOMPARE(answer.pan, pan);
-    QCOMPARE(answer.message.ru(), text);
-    QCOMPARE(answer.referenceNumber, reference);
-    QCOMPARE(answer.slips, slip.isEmpty() ? QList<QString>() : QList<QString>{slip});
 }
 
 QTEST_GUILESS_MAIN(tst_Operations)

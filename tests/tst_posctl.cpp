@@ -14,6 +14,7 @@
 #include <QTest>
 
 #include <csignal>
+#include <sys/stat.h>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -60,6 +61,7 @@ private Q_SLOTS:
     void batch();
     void batchStopsAtBadLine_data();
     void batchStopsAtBadLine();
+    void logFileAndEchoesHoldNoCardData();
     void errors_data();
     void errors();
 };
@@ -378,6 +380,35 @@ void tst_Posctl::batchStopsAtBadLine()
     QVERIFY2(QString::fromUtf8(run.err).startsWith(u"posctl: "_s + error),
              run.err.left(300).constData());
     QVERIFY(run.err.size() < 400);
+}
+
+// The log file is the engineer's alone, a client's line break cannot forge a line in it, and
+// what posctl echoes of a batch line never holds the customer's code.
+void tst_Posctl::logFileAndEchoesHoldNoCardData()
+{
+    FakeClient client;
+    client.setConfig(fastConfig);
+    client.setAnswer(R"({"Status":1,"TextResponse":"OK\n2026-11-23 10:00:00.000 INFO  inpas: )"
+                     R"(Операция выполнена. Статус='1'"})");
+    QTemporaryDir logDir;
+    const QString log = logDir.filePath(u"day.log"_s);
+    const QByteArray qr = "hQVDUFYwMWEmTwegAAAAAxAQVxFBEREREREREdJRIgEAAAAAD1oIQRERERERERE=";
+    const ProgramRun run =
+        posctl({u"--log"_s, log, u"--dir"_s, client.directory(), u"batch"_s},
+               "sale 5 --customer-qr " + qr + "\nsale 5 --customer-qr \"" + qr + "\" --tip\n");
+    QCOMPARE(run.exitCode, 2);
+    QVERIFY2(run.err.contains("batch line 2 \"sale 5 --customer-qr <QR 64 bytes> --tip\""),
+             run.err.constData());
+    struct stat mode = {};
+    QCOMPARE(::stat(QFile::encodeName(log).constData(), &mode), 0);
+    QCOMPARE(mode.st_mode & 0777, 0600u);
+    QFile file(log);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray lines = file.readAll();
+    QVERIFY(!lines.contains(qr.left(16)) && !run.err.contains(qr.left(16)));
+    QVERIFY2(lines.contains("Сообщение='OK\\n2026-11-23 10:00:00.000 INFO  inpas:") &&
+                 !lines.contains("\n2026-11-23 10:00:00.000"),
+             lines.constData());
 }
 
 void tst_Posctl::errors_data()

@@ -1,6 +1,6 @@
 #include "logger.h"
 
-#include <QDebug>
+#include <QtGlobal>
 
 namespace Log4Qt {
 
@@ -15,19 +15,27 @@ Logger::~Logger() = default;
 void Logger::debug(const QString &message) const
 {
     if (m_category.isDebugEnabled())
-        QMessageLogger().debug(m_category).noquote() << message;
+        write(QtDebugMsg, message);
 }
 
 void Logger::info(const QString &message) const
 {
     if (m_category.isInfoEnabled())
-        QMessageLogger().info(m_category).noquote() << message;
+        write(QtInfoMsg, message);
 }
 
 void Logger::warn(const QString &message) const
 {
     if (m_category.isWarningEnabled())
-        QMessageLogger().warning(m_category).noquote() << message;
+        write(QtWarningMsg, message);
+}
+
+// Straight to the message handler: a line of an answer's size is not copied once more into a
+// QDebug stream on its way.
+void Logger::write(QtMsgType type, const QString &message) const
+{
+    const QMessageLogContext context(nullptr, 0, nullptr, m_categoryName.constData());
+    qt_message_output(type, context, message);
 }
 
 } // namespace Log4Qt

@@ -30,6 +30,8 @@ public:
     void warn(const QString &message) const;
 
 private:
+    void write(QtMsgType type, const QString &message) const;
+
     QString m_name;
     QByteArray m_categoryName; // QLoggingCategory keeps only a pointer to it
     QLoggingCategory m_category;

@@ -1,4 +1,3 @@
-#include "answer/cardmask.h"
 #include "answer/receiptrecord.h"
 #include "plugin/inpaspaymentprocessing.h"
 
@@ -78,28 +77,26 @@ PaymentProcessingAnswer InpasPaymentProcessing::processAnswer(const QByteArray &
     if (answer.result == PaymentProcessingAnswer::Failure && answer.message.isEmpty())
         answer.message = statusMessage(answer.status);
 
-    if (logger.isInfoEnabled())
-        logger.info(
-            u"Операция выполнена. Статус='%1', Сообщение='%2', Тип карты='%3', Номер карты='%4' "
-            u"ID операции='%5', Код авторизации='%6', Код ответа='%7'"_s.arg(
-                QString::number(answer.status), answer.message.ru(), answer.cardType,
-                CardMask::pan(answer.pan), answer.referenceNumber, answer.authorizationCode,
-                QString::number(hostCode)));
+    const auto client = [](const QString &text) { return LogValue(ValueKind::ClientText, text); };
+    logger.info(u"Операция выполнена. Статус='%1', Сообщение='%2', Тип карты='%3', "
+                u"Номер карты='%4' ID операции='%5', Код авторизации='%6', Код ответа='%7'",
+                {LogValue::host(answer.status), client(answer.message.ru()),
+                 client(answer.cardType), LogValue(ValueKind::Pan, answer.pan),
+                 client(answer.referenceNumber), client(answer.authorizationCode),
+                 LogValue::host(hostCode)});
 
     if (receiptData) {
         QString receipt = std::move(*receiptData);
-        if (logger.isDebugEnabled())
-            logger.debug(u"Слипы: %1"_s.arg(receipt));
+        logger.debug(u"Слипы: %1", {client(receipt)});
         if (!receipt.endsWith(u'~')) {
             receipt.append(u'~');
-            logger.warn(u"Нет завершающего символа '~'! Добавление '~' в конце поля."_s);
+            logger.warn(u"Нет завершающего символа '~'! Добавление '~' в конце поля.");
         }
         QList<QString> slips;
         for (const ReceiptRecord &record : scanReceiptRecords(receipt)) {
             if (record.tag == "0xDF"_L1 || record.tag == "0xDA"_L1) {
                 slips.append(record.text);
-                if (logger.isInfoEnabled())
-                    logger.info(u"Получен слип: '%1'"_s.arg(record.text));
+                logger.info(u"Получен слип: '%1'", {client(record.text)});
             } else if (record.tag == "0xDE"_L1 && answer.cardType.isEmpty()) {
                 answer.cardType = record.text;
             }

@@ -1,4 +1,3 @@
-#include "answer/cardmask.h"
 #include "plugin/inpaspaymentprocessing.h"
 
 #include <basicexception.h>
@@ -9,8 +8,6 @@
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-
-const QString customerQrOption = u"-d"_s;
 
 // The operation code first, then each option in the map's order followed by its value; an
 // option whose value is a null variant goes without one.
@@ -23,17 +20,6 @@ QStringList commandLine(int operationCode, const InpasPaymentProcessing::Argumen
             list.append(it.value().toString());
     }
     return list;
-}
-
-// The command line as the log shows it: the customer's QR code carries card data, so only
-// its length is shown.
-QString loggedCommandLine(QStringList list)
-{
-    for (qsizetype i = 1; i + 1 < list.size(); ++i) {
-        if (list.at(i) == customerQrOption)
-            list[i + 1] = u"<QR %1 bytes>"_s.arg(list.at(i + 1).size());
-    }
-    return list.join(u' ');
 }
 
 tr::Tr runFailure(int error)
@@ -67,9 +53,9 @@ QByteArray InpasPaymentProcessing::executeCommand(int operationCode, const Argum
         interruption.deliverKept();
     });
 
-    if (logger.isDebugEnabled())
-        logger.debug(u"Рабочий каталог: %1; аргументы: %2"_s.arg(processingDirectory,
-                                                                 loggedCommandLine(argumentList)));
+    logger.debug(
+        u"Рабочий каталог: %1; аргументы: %2",
+        {LogValue::host(processingDirectory), LogValue::arguments(operationCode, arguments)});
     progress->setValue(0);
 
     runner.start();
@@ -87,6 +73,6 @@ QByteArray InpasPaymentProcessing::executeCommand(int operationCode, const Argum
     if (!logger.isDebugEnabled())
         return runner.standardOutput().toUtf8();
     const QString output = runner.standardOutput();
-    logger.debug(CardMask::panMembers(u"Ответ процессинга: %1"_s.arg(output)));
+    logger.debug(u"Ответ процессинга: %1", {LogValue::clientOutput(output)});
     return output.toUtf8();
 }

@@ -1,6 +1,6 @@
 #include "inpassettings.h"
 
-#include "settingkeys.h"
+#include <settingkeys.h>
 
 #include <config.h>
 

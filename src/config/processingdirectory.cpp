@@ -1,5 +1,5 @@
-#include "config/settingkeys.h"
 #include "plugin/inpaspaymentprocessing.h"
+#include <settingkeys.h>
 
 #include <config.h>
 #include <singleton.h>

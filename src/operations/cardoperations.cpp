@@ -13,7 +13,7 @@ constexpr int customerQrPaymentMode = 2;
 PaymentProcessingAnswer InpasPaymentProcessing::payment(const PaymentProcessingRequest &request)
 {
     const ClientInterruption::Operation operation(interruption);
-    logger.info(u"Оплата/возврат"_s);
+    logger.info(u"Оплата/возврат");
     PaymentProcessingAnswer answer;
     const QString qrCode = customerQr(request);
     const Arguments arguments = getArguments(request, qrCode);
@@ -39,7 +39,7 @@ PaymentProcessingAnswer InpasPaymentProcessing::payment(const PaymentProcessingR
 PaymentProcessingAnswer InpasPaymentProcessing::cancel(const PaymentProcessingRequest &request)
 {
     const ClientInterruption::Operation operation(interruption);
-    logger.info(u"Отмена операции"_s);
+    logger.info(u"Отмена операции");
     const Arguments arguments = getArguments(request, customerQr(request));
     return waitAndExecuteOperation(CancelCode, arguments, nullptr);
 }

@@ -25,48 +25,49 @@ InpasPaymentProcessing::Arguments merchantArguments(const QString &merchantId)
 PaymentProcessingAnswer InpasPaymentProcessing::checkTotals(int)
 {
     const ClientInterruption::Operation operation(interruption);
-    logger.info(u"Сверка итогов"_s);
+    logger.info(u"Сверка итогов");
     return waitAndExecuteOperation(ReconciliationCode, {}, nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::checkTotalsByMerchantId(const QString &merchantId)
 {
     const ClientInterruption::Operation operation(interruption);
-    logger.info(u"Сверка итогов для юр. лица(merchantId = %1)"_s.arg(merchantId));
+    logger.info(u"Сверка итогов для юр. лица(merchantId = %1)", {LogValue::host(merchantId)});
     return waitAndExecuteOperation(ReconciliationCode, merchantArguments(merchantId), nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::printCopy(int)
 {
     const ClientInterruption::Operation operation(interruption);
-    logger.info(u"Печать копии слипа"_s);
+    logger.info(u"Печать копии слипа");
     return waitAndExecuteOperation(SlipCopyCode, {}, nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::printReport()
 {
     const ClientInterruption::Operation operation(interruption);
-    logger.info(u"Печать полного отчета"_s);
+    logger.info(u"Печать полного отчета");
     return waitAndExecuteOperation(FullReportCode, {}, nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::printReportByMerchantId(const QString &merchantId)
 {
     const ClientInterruption::Operation operation(interruption);
-    logger.info(u"Печать полного отчета для юр. лица(merchantId = %1)"_s.arg(merchantId));
+    logger.info(u"Печать полного отчета для юр. лица(merchantId = %1)",
+                {LogValue::host(merchantId)});
     return waitAndExecuteOperation(FullReportCode, merchantArguments(merchantId), nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::printShortReport()
 {
     const ClientInterruption::Operation operation(interruption);
-    logger.info(u"Печать краткого отчета"_s);
+    logger.info(u"Печать краткого отчета");
     return waitAndExecuteOperation(ShortReportCode, {}, nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::balance(const QString &)
 {
     const ClientInterruption::Operation operation(interruption);
-    logger.info(u"Запрос состояния счета"_s);
+    logger.info(u"Запрос состояния счета");
     return waitAndExecuteOperation(BalanceCode, {}, nullptr);
 }

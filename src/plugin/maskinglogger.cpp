@@ -1,7 +1,5 @@
 #include "maskinglogger.h"
 
-#include "answer/cardmask.h"
-
 #include <log4qt/logger.h>
 
 MaskingLogger::MaskingLogger(Log4Qt::Logger *logger)
@@ -18,19 +16,19 @@ bool MaskingLogger::isInfoEnabled() const
     return m_logger->isInfoEnabled();
 }
 
-void MaskingLogger::debug(QString message) const
+void MaskingLogger::debug(QStringView pattern, std::initializer_list<LogValue> values) const
 {
     if (m_logger->isDebugEnabled())
-        m_logger->debug(CardMask::text(std::move(message)));
+        m_logger->debug(LogValue::format(pattern, values));
 }
 
-void MaskingLogger::info(QString message) const
+void MaskingLogger::info(QStringView pattern, std::initializer_list<LogValue> values) const
 {
     if (m_logger->isInfoEnabled())
-        m_logger->info(CardMask::text(std::move(message)));
+        m_logger->info(LogValue::format(pattern, values));
 }
 
-void MaskingLogger::warn(QString message) const
+void MaskingLogger::warn(QStringView pattern, std::initializer_list<LogValue> values) const
 {
-    m_logger->warn(CardMask::text(std::move(message)));
+    m_logger->warn(LogValue::format(pattern, values));
 }

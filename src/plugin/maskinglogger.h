@@ -1,27 +1,32 @@
 #pragma once
 
-#include <QString>
+#include <logvalue.h>
+
+#include <QStringView>
+
+#include <initializer_list>
 
 namespace Log4Qt {
 class Logger;
 }
 
-// The processor's log: Log4Qt's logger "inpas", with every line passed through
-// CardMask::text() first, so that no card number reaches the log whatever a caller formats
-// into a line. A line of a level that is off costs no masking.
+// The processor's log: Log4Qt's logger "inpas". A line is a pattern of ours with %1 to %9
+// and the values that fill it, each with its kind (LogValue), so that no card data reaches
+// the log and no value can start a line of its own, while the host's own values (merchant
+// ids, amounts, the directory) are shown as they are. A line of a level that is off is not
+// formatted at all.
 class MaskingLogger
 {
 public:
     explicit MaskingLogger(Log4Qt::Logger *logger);
 
-    // Callers ask before formatting a line that costs something to build.
+    // Callers ask before building a value that costs something, such as a large output.
     bool isDebugEnabled() const;
     bool isInfoEnabled() const;
 
-    // By value: a line formatted for the call is masked where it lies, without a copy.
-    void debug(QString message) const;
-    void info(QString message) const;
-    void warn(QString message) const;
+    void debug(QStringView pattern, std::initializer_list<LogValue> values = {}) const;
+    void info(QStringView pattern, std::initializer_list<LogValue> values = {}) const;
+    void warn(QStringView pattern, std::initializer_list<LogValue> values = {}) const;
 
 private:
     Log4Qt::Logger *m_logger;

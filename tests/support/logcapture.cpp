@@ -28,8 +28,8 @@ LogCapture::~LogCapture()
     qInstallMessageHandler(previous);
 }
 
-QString LogCapture::text() const
+QStringList LogCapture::lines() const
 {
     const QMutexLocker lock(&mutex);
-    return captured.join(u'\n');
+    return captured;
 }

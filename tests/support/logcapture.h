@@ -12,6 +12,6 @@ public:
     LogCapture(const LogCapture &) = delete;
     LogCapture &operator=(const LogCapture &) = delete;
 
-    // Every line so far, one after another.
-    QString text() const;
+    // Every line so far, in order.
+    QStringList lines() const;
 };

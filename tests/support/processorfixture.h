@@ -25,7 +25,8 @@ struct ProcessorFixture
 {
     explicit ProcessorFixture(const QByteArray &extraConfig = {});
 
-    // Expects the two debug lines of one client run that prints output.
+    // Expects the two debug lines of one client run whose output, compact JSON, the log shows
+    // as it is.
     static void expectRun(const QString &directory, QStringList arguments,
                           const QByteArray &output);
     // Expects the info line of an answer whose fields are as given.

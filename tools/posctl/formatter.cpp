@@ -3,6 +3,9 @@
 #include "jsonwriter.h"
 #include "output.h"
 
+#include <cardmask.h>
+#include <fieldkinds.h>
+
 #include <QFile>
 #include <QHash>
 #include <QJsonArray>
@@ -237,10 +240,47 @@ QString Formatter::visible(QStringView text)
 
 QString Formatter::quoted(const QString &text, qsizetype limit)
 {
+    const QString shown = CardMask::text(withoutCustomerCodes(text));
     QString out;
-    for (const QChar c : text.left(limit))
+    for (const QChar c : QStringView(shown).left(limit))
         out += isControl(c) ? escaped(c) : QString(c);
-    return u'"' + out + u'"' + (text.size() > limit ? u"..."_s : QString());
+    return u'"' + out + u'"' + (shown.size() > limit ? u"..."_s : QString());
+}
+
+QString Formatter::withoutCustomerCodes(const QString &text)
+{
+    QString out;
+    qsizetype from = 0;
+    bool valueOfOption = false;
+    for (qsizetype i = 0; i < text.size();) {
+        if (text.at(i).isSpace()) {
+            ++i;
+            continue;
+        }
+        // One word as a batch line has it: double quotes group, and may run to the end.
+        const qsizetype start = i;
+        QString word;
+        for (bool inQuotes = false; i < text.size() && (inQuotes || !text.at(i).isSpace()); ++i) {
+            if (text.at(i) == u'"')
+                inQuotes = !inQuotes;
+            else
+                word += text.at(i);
+        }
+        static const QString option = u"--customer-qr"_s;
+        qsizetype code = -1;
+        if (valueOfOption || FieldKinds::isCustomerQr(word))
+            code = start;
+        else if (word.startsWith(option + u'='))
+            code = start + option.size() + 1;
+        valueOfOption = word == option;
+        if (code < 0)
+            continue;
+        out += QStringView(text).sliced(from, code - from);
+        out +=
+            u"<QR %1 bytes>"_s.arg(code == start ? word.size() : word.size() - option.size() - 1);
+        from = i;
+    }
+    return out + QStringView(text).sliced(from);
 }
 
 QString Formatter::money(qint64 amount)

@@ -34,8 +34,12 @@ public:
     // The text with control characters other than line breaks and tabs written visibly.
     static QString visible(QStringView text);
     // At most the first limit characters, all control characters written visibly, in quotes:
-    // for quoting what a user typed in an error message.
+    // for quoting what a user typed in an error message. A customer's code and a card number
+    // hold card data and are never quoted (withoutCustomerCodes, CardMask).
     static QString quoted(const QString &text, qsizetype limit = 80);
+    // The text with each customer code in it, the value of --customer-qr or a word that looks
+    // like one, replaced by its length.
+    static QString withoutCustomerCodes(const QString &text);
     // 150005 minor units as "1500.05".
     static QString money(qint64 amount);
 

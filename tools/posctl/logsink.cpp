@@ -1,12 +1,17 @@
 #include "logsink.h"
 
+#include "output.h"
+
 #include <QDateTime>
 #include <QFile>
 #include <QLoggingCategory>
 #include <QMutex>
 
+#include <cerrno>
 #include <cstdio>
-#include <memory>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -14,39 +19,38 @@ namespace {
 
 QMutex mutex;
 bool toStderr = false;
-std::unique_ptr<QFile> file;
+FILE *file = nullptr;
 
-QByteArray levelName(QtMsgType type)
+QLatin1StringView levelName(QtMsgType type)
 {
     switch (type) {
     case QtDebugMsg:
-        return "DEBUG";
+        return "DEBUG"_L1;
     case QtInfoMsg:
-        return "INFO ";
+        return "INFO "_L1;
     case QtWarningMsg:
-        return "WARN ";
+        return "WARN "_L1;
     case QtCriticalMsg:
-        return "ERROR";
+        return "ERROR"_L1;
     case QtFatalMsg:
-        return "FATAL";
+        return "FATAL"_L1;
     }
-    return "?    ";
+    return "?    "_L1;
 }
 
 void handle(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
-    const QByteArray line =
-        QDateTime::currentDateTime().toString(u"yyyy-MM-dd hh:mm:ss.zzz "_s).toUtf8() +
-        levelName(type) + ' ' + (context.category ? context.category : "default") + ": " +
-        message.toUtf8() + '\n';
+    const QString head =
+        QDateTime::currentDateTime().toString(u"yyyy-MM-dd hh:mm:ss.zzz "_s) + levelName(type) +
+        u' ' + QLatin1StringView(context.category ? context.category : "default") + u": "_s;
     const QMutexLocker lock(&mutex);
-    if (toStderr || type == QtCriticalMsg || type == QtFatalMsg) {
-        std::fwrite(line.constData(), 1, size_t(line.size()), stderr);
-        std::fflush(stderr);
-    }
-    if (file) {
-        file->write(line);
-        file->flush();
+    // Written a piece at a time (Output): a line may be as large as the client's whole answer.
+    for (FILE *stream :
+         {toStderr || type == QtCriticalMsg || type == QtFatalMsg ? stderr : nullptr, file}) {
+        if (stream) {
+            Output out(stream);
+            out << head << message << u'\n';
+        }
     }
 }
 
@@ -57,10 +61,15 @@ bool LogSink::install(bool verbose, const QString &logFile, QString &error)
     const QMutexLocker lock(&mutex);
     toStderr = verbose;
     if (!logFile.isEmpty()) {
-        file = std::make_unique<QFile>(logFile);
-        if (!file->open(QIODevice::WriteOnly | QIODevice::Append)) {
-            error = u"cannot append to the log file %1: %2"_s.arg(logFile, file->errorString());
-            file.reset();
+        // A new log is the engineer's own (0600); an existing one keeps its mode, never wider.
+        const int fd = ::open(QFile::encodeName(logFile).constData(),
+                              O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+        file = fd < 0 ? nullptr : ::fdopen(fd, "a");
+        if (!file) {
+            error = u"cannot append to the log file %1: %2"_s.arg(
+                logFile, QString::fromLocal8Bit(std::strerror(errno)));
+            if (fd >= 0)
+                ::close(fd);
             return false;
         }
     }

@@ -1,0 +1,59 @@
+#include "fieldkinds.h"
+
+namespace {
+
+enum class Where { Answer, Option };
+
+struct Field
+{
+    Where where;
+    QStringView name;
+    ValueKind kind;
+};
+
+// Every field and option that the plug-in reads or writes. The answer's fields other than the
+// card number are the client's own text, whatever they are meant to hold.
+constexpr Field fields[] = {
+    {Where::Answer, u"PAN", ValueKind::Pan},
+    {Where::Answer, u"Status", ValueKind::ClientText},
+    {Where::Answer, u"ResponseCodeHost", ValueKind::ClientText},
+    {Where::Answer, u"TextResponse", ValueKind::ClientText},
+    {Where::Answer, u"AuthorizationCode", ValueKind::ClientText},
+    {Where::Answer, u"ReferenceNumber", ValueKind::ClientText},
+    {Where::Answer, u"CardType", ValueKind::ClientText},
+    {Where::Answer, u"balance", ValueKind::ClientText},
+    {Where::Answer, u"ReceiptData", ValueKind::ClientText},
+    {Where::Option, u"-a", ValueKind::Host},       // amount
+    {Where::Option, u"-c", ValueKind::Host},       // authorisation code or form identifier
+    {Where::Option, u"-d", ValueKind::CustomerQr}, // the customer's QR payload
+    {Where::Option, u"-e", ValueKind::Host},
+    {Where::Option, u"-f", ValueKind::Host}, // SBP function
+    {Where::Option, u"-o", ValueKind::Host},
+    {Where::Option, u"-r", ValueKind::Host}, // reference number or form identifier
+    {Where::Option, u"-t", ValueKind::Host}, // merchant id
+};
+
+ValueKind find(Where where, QStringView name)
+{
+    for (const Field &field : fields)
+        if (field.where == where && field.name == name)
+            return field.kind;
+    return ValueKind::ClientText;
+}
+
+} // namespace
+
+ValueKind FieldKinds::ofAnswerField(QStringView key)
+{
+    return find(Where::Answer, key);
+}
+
+ValueKind FieldKinds::ofOption(QStringView option)
+{
+    return find(Where::Option, option);
+}
+
+bool FieldKinds::isCustomerQr(QStringView text)
+{
+    return text.startsWith(u"hQVDUFY");
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QStringView>
+
+// What a logged or recorded value is, which decides what may be shown of it.
+enum class ValueKind {
+    Host,       // the host's own values: amounts, merchant ids, settings, the directory, counts;
+                // they never hold card data and are shown as they are
+    Pan,        // the answer's card number: first six and last four digits (CardMask::pan)
+    ClientText, // anything else the client wrote: the card and track rule (CardMask::text)
+    CustomerQr, // the customer's QR code, card data whole: only its length
+};
+
+// The one table of the client's fields and options and their kinds.
+class FieldKinds
+{
+public:
+    // A member of the client's JSON answer, by its key; a key the table does not know is the
+    // client's text.
+    static ValueKind ofAnswerField(QStringView key);
+    // An option of the client's command line ("-a" ... "-t"), by its name; an option the table
+    // does not know is treated as the client's text.
+    static ValueKind ofOption(QStringView option);
+    // Whether a text is a scanned customer QR code: the Base64 of an EMV consumer-presented
+    // payload, which starts with its format indicator (tag 85, "CPV01").
+    static bool isCustomerQr(QStringView text);
+};
