@@ -46,6 +46,9 @@ void tst_BerTlv::parse_data()
                                   << TlvMap{{u"C1"_s, QByteArray(256, 'y')}};
     QTest::newRow("long form with leading zeros") << QByteArray::fromHex("C184000000020102")
                                                   << TlvMap{{u"C1"_s, QByteArray::fromHex("0102")}};
+    QTest::newRow("long-form length ending the input")
+        << QByteArray::fromHex("5A0111C18100")
+        << TlvMap{{u"5A"_s, QByteArray::fromHex("11")}, {u"C1"_s, QByteArray()}};
     QTest::newRow("80 means length 0")
         << QByteArray::fromHex("C1805A0111")
         << TlvMap{{u"C1"_s, QByteArray()}, {u"5A"_s, QByteArray::fromHex("11")}};

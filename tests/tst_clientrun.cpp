@@ -11,6 +11,7 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <csignal>
 #include <thread>
 
 using namespace Qt::Literals::StringLiterals;
@@ -53,8 +54,10 @@ void tst_ClientRun::runFailures_data()
 
     QTest::newRow("missing client") << QByteArray() << u"inpasPaymentProcessingStartError"_s
                                     << u"Не удалось запустить файл zelnorinpas"_s;
+    // With a helper process of its own, which the time-out ends too.
     QTest::newRow("time-out")
-        << QByteArray("sleep 10") << u"inpasPaymentProcessingTimeoutError"_s
+        << QByteArray("sleep 10 & echo $! > \"$R/helper\"; wait")
+        << u"inpasPaymentProcessingTimeoutError"_s
         << u"Истекло время ожидания операции. Процесс принудительно завершен"_s;
     QTest::newRow("crash") << QByteArray("kill -ABRT $$") << u"inpasPaymentProcessingError"_s
                            << u"Ошибка процесса оплаты"_s;
@@ -85,8 +88,12 @@ void tst_ClientRun::runFailures()
         QCOMPARE(e.tr().ru(), text);
     }
 
-    if (QByteArray(QTest::currentDataTag()) == "time-out")
+    if (QByteArray(QTest::currentDataTag()) == "time-out") {
+        const pid_t helper = pid_t(f.client.record(u"helper"_s).toInt());
+        QVERIFY(helper > 0);
+        QTRY_VERIFY(::kill(helper, 0) != 0);
         return; // the operations' own time-out is five minutes
+    }
     expectStartLine(f.client.directory(), u"15"_s);
     bool retry = true;
     const PaymentProcessingAnswer answer = f.processor->waitAndExecuteOperation(15, {}, &retry);
@@ -135,7 +142,9 @@ void tst_ClientRun::pacing()
 {
     QFETCH(QByteArray, firstRun);
     ProcessorFixture f("[Client]\nintervalBetweenOperations=1\n");
-    f.client.setBehaviour("if [ $n = 1 ]; then " + firstRun + "; fi; echo '{\"Status\":1}'");
+    // A run long enough to tell a pause from its end from one from its start.
+    f.client.setBehaviour("if [ $n = 1 ]; then sleep 0.5; " + firstRun +
+                          "; fi; echo '{\"Status\":1}'");
     const QuietLog quiet;
     const double called = now();
     f.processor->waitAndExecuteOperation(15, {}, nullptr);
@@ -151,17 +160,21 @@ void tst_ClientRun::interruption_data()
     QTest::addColumn<QString>("operations");
     QTest::addColumn<int>("quickRuns"); // runs that answer at once; later ones wait for SIGINT
     QTest::addColumn<QByteArray>("quickAnswer");
-    QTest::addColumn<QString>("interruptAfter"); // the record the cashier waits for
+    // The record the cashier waits for; none: the interrupt comes before any operation.
+    QTest::addColumn<QString>("interruptAfter");
     QTest::addColumn<int>("runs");
     QTest::addColumn<int>("status");
+    QTest::addColumn<bool>("kept"); // delivered to the next client once it has run a while
     QTest::newRow("while the client runs")
-        << u"sale"_s << 0 << QByteArray() << u"ready.1"_s << 1 << 53;
+        << u"sale"_s << 0 << QByteArray() << u"ready.1"_s << 1 << 53 << false;
     QTest::newRow("in the pause before a status query")
-        << u"sbp"_s << 1 << QByteArray(R"({"Status":0})") << u"done.1"_s << 2 << 53;
+        << u"sbp"_s << 1 << QByteArray(R"({"Status":0})") << u"done.1"_s << 2 << 53 << true;
     // Kept in the second sale's pause, never due since its client ends at once, and gone with
     // that sale: the third sale's client is not signalled.
     QTest::newRow("not past the end of its operation")
-        << u"three sales"_s << 2 << QByteArray(R"({"Status":1})") << u"done.1"_s << 3 << 1;
+        << u"three sales"_s << 2 << QByteArray(R"({"Status":1})") << u"done.1"_s << 3 << 1 << false;
+    QTest::newRow("with no operation in progress, nothing is kept")
+        << u"sale"_s << 0 << QByteArray() << QString() << 1 << 1 << false;
 }
 
 // An interrupt reaches the operation's running client, or its next one after a pause, and
@@ -173,7 +186,8 @@ void tst_ClientRun::interruption()
     QFETCH(QByteArray, quickAnswer);
     QFETCH(QString, interruptAfter);
     ProcessorFixture f("[Client]\nintervalBetweenOperations=1\n");
-    f.client.setBehaviour("trap 'echo {\\\"Status\\\":53}; exit 0' INT\n"
+    f.client.setBehaviour("trap 'date +%s.%N > \"$R/interrupted.$n\"; echo {\\\"Status\\\":53}; "
+                          "exit 0' INT\n"
                           "touch \"$R/ready.$n\"\n"
                           "if [ $n -le " +
                           QByteArray::number(quickRuns) + " ]; then echo '" + quickAnswer +
@@ -184,7 +198,11 @@ void tst_ClientRun::interruption()
     PaymentProcessingRequest request;
     request.type = PaymentProcessingRequest::Sale;
 
+    if (interruptAfter.isEmpty())
+        f.processor->interruptPayment();
     std::thread cashier([&] {
+        if (interruptAfter.isEmpty())
+            return;
         f.client.waitForRecord(interruptAfter);
         std::this_thread::sleep_for(100ms);
         f.processor->interruptPayment();
@@ -200,6 +218,13 @@ void tst_ClientRun::interruption()
     cashier.join();
     QTEST(f.client.runCount(), "runs");
     QTEST(answer.status, "status");
+    QFETCH(bool, kept);
+    if (kept) {
+        const int run = f.client.runCount();
+        const double after =
+            f.client.record(u"interrupted.%1"_s.arg(run)).toDouble() - f.client.startTime(run);
+        QVERIFY2(after >= 0.45, qPrintable(QString::number(after)));
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_ClientRun)

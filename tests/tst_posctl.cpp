@@ -5,6 +5,7 @@
 #include "words.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonObject>
@@ -47,11 +48,10 @@ class tst_Posctl : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void options();
+    void informationCommands();
     void jsonLine();
     void commandLines_data();
     void commandLines();
-    void scanParams();
     void humanOutput_data();
     void humanOutput();
     void signals_data();
@@ -66,7 +66,9 @@ private Q_SLOTS:
     void errors();
 };
 
-void tst_Posctl::options()
+// What the processor announces, and the scanning dialog's picture and pattern as the host
+// gets them from the loaded plug-in.
+void tst_Posctl::informationCommands()
 {
     FakeClient client;
     const ProgramRun run = posctl(withDir(client, words("options")));
@@ -77,6 +79,11 @@ void tst_Posctl::options()
     client.setConfig("[Client]\nallowInterruptPayment=true\nscanTokenOnCancel=false\n");
     QCOMPARE(posctl(withDir(client, words("options"))).json().value("processing"_L1).toArray(),
              (QJsonArray{0, 7}));
+
+    const QJsonObject scan = posctl(withDir(client, words("scan-params"))).json();
+    QCOMPARE(scan.value("image"_L1).toObject(),
+             (QJsonObject{{u"readable"_s, true}, {u"width"_s, 453}, {u"height"_s, 350}}));
+    QCOMPARE(scan.value("patterns"_L1).toArray(), QJsonArray{u"hQVDUFY.*"_s});
 }
 
 // The answer as one JSON line: all twelve keys, in the contract's order.
@@ -130,29 +137,6 @@ void tst_Posctl::commandLines()
     QVERIFY2(run.exitCode == 0, run.err.constData());
     QCOMPARE(client.runCount(), 1);
     QTEST(client.arguments(1), "arguments");
-}
-
-// Every field of the dialog's record, in order, as the host gets it from the loaded plug-in,
-// and the picture as Qt's resource system reads it.
-void tst_Posctl::scanParams()
-{
-    FakeClient client;
-    const ProgramRun run = posctl(withDir(client, {u"scan-params"_s}));
-    QCOMPARE(run.exitCode, 0);
-    QCOMPARE(
-        QString::fromUtf8(run.out),
-        uR"({"manualInput":false,"hideInput":false,)"
-        uR"("title":{"id":"inpasScanTitle","text":"Сканирование QR"},)"
-        uR"("message":{"id":"inpasScanMessage","text":"Отсканируйте QR-код"},)"
-        uR"("errorMessage":{"id":"inpasScanError","text":"Ошибка считывания кода,\nповторите сканирование"},)"
-        uR"("patterns":["hQVDUFY.*"],"imagePath":":/inpas/scan_token.png",)"
-        uR"("image":{"readable":true,"width":453,"height":350},"showOkButton":false,)"
-        uR"("okButton":{"id":"markingCodeScanButtonOk","text":"Без маркировки"},)"
-        uR"("cancelButtonText":{"id":"cancelButton","text":"Отмена"},"repeatOnError":false,)"
-        uR"("maxAttempts":6,"timeoutSeconds":3,"replacements":{},"modal":true,)"
-        uR"("fullScreen":false,"styleSheet":"background-color: rgb(255, 53, 53);",)"
-        uR"("showCancelButton":true,"hint":{"id":"","text":""}})"
-        u"\n"_s);
 }
 
 void tst_Posctl::humanOutput_data()
@@ -218,67 +202,124 @@ void tst_Posctl::humanOutput()
 void tst_Posctl::signals_data()
 {
     QTest::addColumn<bool>("batch");
-    QTest::addColumn<bool>("answersInterrupt");
+    QTest::addColumn<QByteArray>("client");
+    QTest::addColumn<QString>("output");  // "pipe", "closed pipe" or "/dev/full"
+    QTest::addColumn<QString>("waitFor"); // the client's record after which the signals go
     QTest::addColumn<QList<int>>("signalsSent");
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QString>("out");
     QTest::addColumn<QString>("err");
+    QTest::addColumn<int>("endsWithinMs"); // of the last signal
+    QTest::addColumn<int>("giveUpMs");
+    const auto row = [](const char *name, bool batch, const QByteArray &client,
+                        const QString &waitFor, const QList<int> &signalsSent, int exitCode,
+                        const QString &out, const QString &err, int endsWithinMs = 600,
+                        const QString &output = u"pipe"_s, int giveUpMs = 5000) {
+        QTest::newRow(name) << batch << client << output << waitFor << signalsSent << exitCode
+                            << out << err << endsWithinMs << giveUpMs;
+    };
+    const QByteArray answers = waitingClient(true);
+    const QByteArray ignores = waitingClient(false);
+    // The first sale is approved at once; the second waits, ignoring SIGINT.
+    const QByteArray secondWaits = "if [ $n = 1 ]; then echo '{\"Status\":1,\"ReferenceNumber\":"
+                                   "\"000000000001\"}'; exit 0; fi\n" +
+                                   ignores;
+    const QByteArray answersAtOnce = "echo '{\"Status\":1,\"ReferenceNumber\":\"000000000007\"}'; "
+                                     "touch \"$R/done.$n\"";
+    const QByteArray answersLater = "sleep 0.3; " + answersAtOnce;
+    const QString ready = u"ready.1"_s;
 
-    QTest::newRow("SIGTERM: the answer is awaited and shown")
-        << false << true << QList<int>{SIGTERM} << 1 << u"\"status\":53"_s
-        << u"SIGTERM: asking the terminal to interrupt"_s;
-    QTest::newRow("second Ctrl+C: outcome unknown")
-        << false << false << QList<int>{SIGINT, SIGINT} << 4 << u""_s
-        << u"the outcome of the operation is unknown: the payment client (process "_s;
-    QTest::newRow("no answer within 10 s: outcome unknown")
-        << false << false << QList<int>{SIGHUP} << 4 << u""_s
-        << u"did not end within 10 s of the signal"_s;
-    QTest::newRow("batch stops after its line")
-        << true << true << QList<int>{SIGINT} << 130 << u"\"status\":53"_s
-        << u"after line 1; these did not run: line 2 \"sale 2\", line 3 \"balance\""_s;
+    row("SIGTERM: the answer is awaited and shown", false, answers, ready, {SIGTERM}, 1,
+        u"\"status\":53"_s, u"SIGTERM: asking the terminal to interrupt"_s);
+    row("SIGQUIT: the same", false, answers, ready, {SIGQUIT}, 1, u"\"status\":53"_s,
+        u"SIGQUIT: asking the terminal to interrupt"_s);
+    row("second Ctrl+C: outcome unknown at once", false, ignores, ready, {SIGINT, SIGINT}, 4, {},
+        u"the outcome of the operation is unknown: the payment client (process "_s);
+    row("no answer in the time given: outcome unknown", false, ignores, ready, {SIGHUP}, 4, {},
+        u"did not end within 0.3 s of the signal"_s, 1000, u"pipe"_s, 300);
+    row("signal between the answer and its writing: the answer, its status", false, answersAtOnce,
+        u"done.1"_s, {SIGTERM}, 0, u"\"referenceNumber\":\"000000000007\""_s,
+        u"posctl stops once the answer is written"_s, 2000);
+    row("closed output: the answer's gist on stderr", false, answersLater, {}, {}, 4, {},
+        u"could not be written to standard output (Broken pipe)"_s, 5000, u"closed pipe"_s);
+    row("full disk: the same", false, answersAtOnce, {}, {}, 4, {},
+        u"(No space left on device); the terminal's answer was not written out. It was: "
+        u"result 0 (success), status 1, message \"\", reference number \"000000000007\""_s,
+        5000, u"/dev/full"_s);
+    row("batch stops after its line", true, answers, ready, {SIGINT}, 130, u"\"status\":53"_s,
+        u"after line 1; these did not run: line 2 \"sale 2\", line 3 \"balance\""_s);
+    row("batch: an answer written before two signals is kept", true, secondWaits, u"ready.2"_s,
+        {SIGINT, SIGINT}, 4, u"\"referenceNumber\":\"000000000001\""_s,
+        u"Ctrl+C again: not waiting for the operation to end"_s);
 }
 
-// posctl never ends silently while its client runs, and never leaves one behind unreported.
+// posctl never ends silently while its client runs, never loses an answer it has, and leaves
+// no client behind unreported.
 void tst_Posctl::signals()
 {
     QFETCH(bool, batch);
-    QFETCH(bool, answersInterrupt);
+    QFETCH(QByteArray, client);
+    QFETCH(QString, output);
+    QFETCH(QString, waitFor);
     QFETCH(QList<int>, signalsSent);
-    FakeClient client;
-    client.setConfig(fastConfig);
-    client.setBehaviour(waitingClient(answersInterrupt));
+    QFETCH(int, giveUpMs);
+    FakeClient fake;
+    fake.setConfig(fastConfig);
+    fake.setBehaviour(client);
     QProcess process;
-    process.start(QStringLiteral(POSCTL_PATH),
-                  withDir(client, batch ? words("batch") : words("sale 1")));
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"POSCTL_GIVE_UP_MS"_s, QString::number(giveUpMs));
+    // A client that marks when it is done is signalled in the window before its answer is
+    // written, which the hold keeps open.
+    if (waitFor.startsWith("done"_L1))
+        environment.insert(u"POSCTL_HOLD_ANSWER_MS"_s, u"500"_s);
+    process.setProcessEnvironment(environment);
+    const QStringList arguments = withDir(fake, batch ? words("batch") : words("sale 1"));
+    if (output == "closed pipe"_L1)
+        process.start(u"bash"_s, QStringList{u"-c"_s, u"\"$@\" | true; exit ${PIPESTATUS[0]}"_s,
+                                             u"-"_s, QStringLiteral(POSCTL_PATH)} +
+                                     arguments);
+    else {
+        if (output != "pipe"_L1)
+            process.setStandardOutputFile(output);
+        process.start(QStringLiteral(POSCTL_PATH), arguments);
+    }
     process.write("sale 1\nsale 2\nbalance\n");
     QVERIFY(process.waitForBytesWritten());
     process.closeWriteChannel();
-    QVERIFY(client.waitForRecord(u"ready.1"_s));
+    if (!waitFor.isEmpty())
+        QVERIFY(fake.waitForRecord(waitFor));
+    QElapsedTimer sinceLast;
     for (int signal : signalsSent) {
         ::kill(pid_t(process.processId()), signal);
-        QTest::qWait(300);
+        sinceLast.start();
+        QTest::qWait(100);
     }
-    QTRY_COMPARE_WITH_TIMEOUT(process.state(), QProcess::NotRunning, 20000);
+    QVERIFY(process.state() == QProcess::NotRunning || process.waitForFinished(10000));
+    QFETCH(int, endsWithinMs);
+    if (sinceLast.isValid())
+        QVERIFY2(sinceLast.elapsed() < endsWithinMs,
+                 qPrintable(QString::number(sinceLast.elapsed())));
     QFETCH(QString, out);
     QFETCH(QString, err);
     QTEST(process.exitCode(), "exitCode");
-    const QString output = QString::fromUtf8(process.readAllStandardOutput());
+    const QString written = QString::fromUtf8(process.readAllStandardOutput());
     const QString errors = QString::fromUtf8(process.readAllStandardError());
-    QVERIFY2(output.contains(out), qPrintable(output));
+    QVERIFY2(written.contains(out), qPrintable(written));
     QVERIFY2(errors.contains(err), qPrintable(errors));
-    // The report names the running client, which the test then ends.
+    // A report of a running client names it and where it runs.
     const QRegularExpressionMatch running =
         QRegularExpression(u"process (\\d+)\\)"_s).match(errors);
     if (running.hasMatch()) {
-        QVERIFY(errors.contains(client.directory()));
-        QCOMPARE(::kill(pid_t(running.captured(1).toInt()), SIGKILL), 0);
+        QVERIFY(errors.contains(fake.directory()));
+        QCOMPARE(running.captured(1).toLongLong(), fake.processId(fake.runCount()));
     }
-    QCOMPARE(client.runCount(), 1);
 }
 
 void tst_Posctl::check_data()
 {
-    QTest::addColumn<QString>("client"); // "script", "none", "plain file", "python9"
+    // "script", "none", "plain file", "python9", or "left running" by a posctl killed mid-sale
+    QTest::addColumn<QString>("client");
     QTest::addColumn<QByteArray>("config");
     QTest::addColumn<QString>("problem"); // empty: all is well
     const auto row = [](const char *name, const char *client, const char *config,
@@ -301,6 +342,8 @@ void tst_Posctl::check_data()
         "notEnoughtBalanceCode=fifty-one is not a whole number");
     row("interval below 0", "script", "[Client]\nintervalBetweenOperations=-1\n",
         "intervalBetweenOperations=-1 is below 0");
+    row("client left running", "left running", "",
+        "a payment client still runs here: process %1, for ");
 }
 
 void tst_Posctl::check()
@@ -320,9 +363,23 @@ void tst_Posctl::check()
     if (client == "python9"_L1 && file.open(QIODevice::WriteOnly | QIODevice::Truncate))
         file.write("#!/usr/bin/python9\n");
     file.close();
+    if (client == "left running"_L1) {
+        fake.setBehaviour(waitingClient(false));
+        QProcess host;
+        host.start(QStringLiteral(POSCTL_PATH),
+                   QStringList{u"--dir"_s, fake.directory()} + words("sale 1 --customer-qr") +
+                       QStringList{u"hQVDUFYwMWEmTwegAAAAAxAQVxFBEREREREREdJRIgEAAAAAD1oIQRE="_s});
+        QVERIFY(fake.waitForRecord(u"ready.1"_s));
+        host.kill();
+        host.waitForFinished();
+        problem = problem.arg(fake.processId(1));
+    }
     const ProgramRun run = posctl({u"--dir"_s, fake.directory(), u"check"_s});
     QCOMPARE(run.exitCode, problem.isEmpty() ? 0 : 1);
     QVERIFY2(QString::fromUtf8(run.out).contains(problem), run.out.constData());
+    // The client's command line, the customer's code by its length.
+    QCOMPARE(run.out.contains(": ./zelnorinpas 1 -a 1 -c  -d <QR 80 bytes> -e 0 -o 0 -r  -t \n"),
+             client == "left running"_L1);
     // The settings in effect, defaults marked.
     QVERIFY(run.out.contains("Client/scanTokenOnCancel                 true  (default)\n"));
     const QJsonObject json = posctl(withDir(fake, {u"check"_s})).json();

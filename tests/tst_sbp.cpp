@@ -64,7 +64,6 @@ private Q_SLOTS:
     void statusRunArguments();
     void refund_data();
     void refund();
-    void scanPattern();
 };
 
 void tst_Sbp::formId_data()
@@ -249,15 +248,6 @@ void tst_Sbp::statusRunArguments()
     QTEST(f.client.arguments(1), "first");
     QCOMPARE(f.client.arguments(2), status);
     QCOMPARE(f.client.arguments(3), status);
-}
-
-// What the dialog does with the record; every field's value is checked through posctl.
-void tst_Sbp::scanPattern()
-{
-    ProcessorFixture f;
-    const QList<QRegularExpression> patterns = f.processor->getScanQrParams().patterns;
-    QCOMPARE(patterns.size(), 1);
-    QCOMPARE(patterns.first().patternOptions(), QRegularExpression::NoPatternOption);
 }
 
 QTEST_GUILESS_MAIN(tst_Sbp)

@@ -1,7 +1,11 @@
 #include "fakeclient.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QThread>
+
+#include <csignal>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -30,6 +34,25 @@ FakeClient::FakeClient()
     setAnswer("{}");
 }
 
+FakeClient::~FakeClient()
+{
+    endProcessesIn(directory());
+}
+
+void FakeClient::endProcessesIn(const QString &directory)
+{
+    const QString here = QFileInfo(directory).canonicalFilePath();
+    for (const QString &pid : QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        if (!here.isEmpty() && QFileInfo(u"/proc/%1/cwd"_s.arg(pid)).canonicalFilePath() == here)
+            ::kill(pid_t(pid.toInt()), SIGKILL);
+    }
+}
+
+qint64 FakeClient::processId(int run) const
+{
+    return readFile(recordPath(u"pid.%1"_s.arg(run))).trimmed().toLongLong();
+}
+
 QString FakeClient::recordPath(const QString &name) const
 {
     return m_records.filePath(name);
@@ -43,6 +66,7 @@ R='@records@'
 n=$(cat "$R/count" 2>/dev/null || echo 0)
 n=$((n+1))
 date +%s.%N > "$R/start.$n"
+echo $$ > "$R/pid.$n"
 pwd > "$R/cwd.$n"
 for a in "$@"; do printf '%s\0' "$a"; done > "$R/args.$n"
 echo $n > "$R/count"
@@ -104,6 +128,11 @@ bool FakeClient::waitForRecord(const QString &name) const
 QString FakeClient::workingDirectory(int run) const
 {
     return QString::fromUtf8(readFile(recordPath(u"cwd.%1"_s.arg(run))).trimmed());
+}
+
+QByteArray FakeClient::record(const QString &name) const
+{
+    return readFile(recordPath(name)).trimmed();
 }
 
 double FakeClient::startTime(int run) const

@@ -12,6 +12,8 @@ class FakeClient
 {
 public:
     FakeClient();
+    // Ends whatever still runs in the directory, whoever started it.
+    ~FakeClient();
 
     QString directory() const { return m_dir.path(); }
 
@@ -33,6 +35,14 @@ public:
     bool waitForRecord(const QString &name) const;
     // Seconds since the epoch, with fractions, when run n started.
     double startTime(int run) const;
+    // What the client wrote into a record of its own, as "$R/name", trimmed.
+    QByteArray record(const QString &name) const;
+    // The process id of run n, which is its process group when the host's runner started it.
+    qint64 processId(int run) const;
+
+    // Kills every process whose working directory is the directory: what a test started and
+    // left behind (a client, its children), and nothing of anyone else's.
+    static void endProcessesIn(const QString &directory);
 
 private:
     void writeScript(const QByteArray &tail);

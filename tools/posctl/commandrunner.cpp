@@ -3,7 +3,6 @@
 #include "clientwatch.h"
 #include "directorycheck.h"
 #include "progressbar.h"
-#include "signalguard.h"
 
 #include <basicpaymentprocessing.h>
 #include <session.h>
@@ -20,12 +19,14 @@ bool isSbp(const QString &command)
 
 } // namespace
 
-CommandRunner::CommandRunner(SignalGuard &guard, ClientWatch &watch,
-                             std::optional<int> interruptAfterMs)
-    : m_guard(guard)
-    , m_watch(watch)
-    , m_interruptAfterMs(interruptAfterMs)
+CommandRunner::CommandRunner(ClientWatch &watch)
+    : m_watch(watch)
 {}
+
+bool CommandRunner::runsClient(const QString &command)
+{
+    return command != "options"_L1 && command != "scan-params"_L1;
+}
 
 PaymentProcessingRequest CommandRunner::request(const Invocation &invocation, int defaultType)
 {
@@ -57,8 +58,6 @@ PaymentProcessingAnswer CommandRunner::call(AbstractPaymentProcessing &processor
     const ProgressBar bar(hostInstance<Session>().progress(), m_watch,
                           isSbp(invocation.command) ? ProgressBar::Sbp
                                                     : ProgressBar::CardOrService);
-    const SignalGuard::Operation operation(m_guard, &processor, processingDirectory(processor),
-                                           m_interruptAfterMs);
 
     const QString &command = invocation.command;
     if (command == "sale"_L1)

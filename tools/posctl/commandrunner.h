@@ -8,7 +8,6 @@
 #include <QString>
 
 class ClientWatch;
-class SignalGuard;
 
 // Makes the one host call of a command on a processor and formats what came back.
 class CommandRunner
@@ -26,9 +25,11 @@ public:
         int exitCode = 0;
     };
 
-    CommandRunner(SignalGuard &guard, ClientWatch &watch, std::optional<int> interruptAfterMs);
+    explicit CommandRunner(ClientWatch &watch);
 
     Outcome run(AbstractPaymentProcessing &processor, const Invocation &invocation);
+    // Whether the command makes a host call that runs the payment client.
+    static bool runsClient(const QString &command);
 
     static PaymentProcessingRequest request(const Invocation &invocation, int defaultType);
     // Where the processor runs its client.
@@ -39,7 +40,5 @@ private:
     PaymentProcessingAnswer call(AbstractPaymentProcessing &processor,
                                  const Invocation &invocation);
 
-    SignalGuard &m_guard;
     ClientWatch &m_watch;
-    std::optional<int> m_interruptAfterMs;
 };

@@ -143,6 +143,37 @@ QHash<QString, int> scanConfig(const QByteArray &content, QStringList &problems)
     return lines;
 }
 
+QString duration(qint64 seconds)
+{
+    if (seconds < 60)
+        return u"%1 s"_s.arg(seconds);
+    if (seconds < 3600)
+        return u"%1 min %2 s"_s.arg(seconds / 60).arg(seconds % 60);
+    return u"%1 h %2 min"_s.arg(seconds / 3600).arg(seconds % 3600 / 60);
+}
+
+// A client left running keeps the terminal: what it is, and how to end it without losing how
+// its operation ended.
+void reportClients(DirectoryCheck::Report &report)
+{
+    report.clients = RunningClients::in(report.directory);
+    for (const RunningClients::Client &client : std::as_const(report.clients)) {
+        report.problems.append(
+            u"a payment client still runs here: process %1, for %2%3: %4"_s.arg(client.processId)
+                .arg(duration(client.seconds),
+                     client.holdsLock ? u", holding the terminal lock zelnorinpas.lock"_s
+                                      : QString(),
+                     client.arguments.join(u' ')));
+        report.notes.append(
+            u"process %1 may still be waiting at the terminal or finishing a payment: look at the "
+            u"terminal's screen. To end it safely, ask it to interrupt (kill -INT %1) and let it "
+            u"answer; only if it does not end, end its process group (kill -TERM -- -%1). Then "
+            u"print the terminal's last slip (posctl --dir %2 copy) to learn how its operation "
+            u"ended before you repeat it"_s.arg(client.processId)
+                .arg(report.directory));
+    }
+}
+
 QString listText(const QStringList &items)
 {
     return items.isEmpty() ? u"(empty)"_s : items.join(u", "_s);
@@ -155,6 +186,7 @@ DirectoryCheck::Report DirectoryCheck::run(const QString &directory)
     Report report;
     report.directory = directory;
     report.problems = clientProblems(directory);
+    reportClients(report);
 
     const QString configPath = QDir(directory).filePath(configName);
     QHash<QString, int> keyLines;
@@ -263,6 +295,12 @@ QString DirectoryCheck::text(const Report &report)
 
 QString DirectoryCheck::json(const Report &report)
 {
+    QJsonArray clients;
+    for (const RunningClients::Client &client : report.clients)
+        clients.append(QJsonObject{{u"processId"_s, client.processId},
+                                   {u"arguments"_s, QJsonArray::fromStringList(client.arguments)},
+                                   {u"seconds"_s, client.seconds},
+                                   {u"holdsLock"_s, client.holdsLock}});
     QJsonArray settings;
     for (const Setting &s : report.settings)
         settings.append(
@@ -272,6 +310,7 @@ QString DirectoryCheck::json(const Report &report)
         .add(u"ok"_s, report.ok())
         .add(u"problems"_s, QJsonArray::fromStringList(report.problems))
         .add(u"notes"_s, QJsonArray::fromStringList(report.notes))
+        .add(u"clients"_s, clients)
         .add(u"settings"_s, settings)
         .toString();
 }

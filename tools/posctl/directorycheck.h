@@ -1,11 +1,14 @@
 #pragma once
 
+#include "runningclients.h"
+
 #include <QList>
 #include <QString>
 #include <QStringList>
 
 // A processing directory looked at as the plug-in will use it: whether the payment client can
-// be started there, whether zelnorinpas.conf parses, and which settings are in effect.
+// be started there, whether one still runs there, whether zelnorinpas.conf parses, and which
+// settings are in effect.
 class DirectoryCheck
 {
 public:
@@ -21,6 +24,7 @@ public:
         QStringList problems;
         QStringList notes;
         QList<Setting> settings;
+        QList<RunningClients::Client> clients; // still running in the directory
         bool ok() const { return problems.isEmpty(); }
     };
 

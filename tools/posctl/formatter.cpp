@@ -283,6 +283,14 @@ QString Formatter::withoutCustomerCodes(const QString &text)
     return out + QStringView(text).sliced(from);
 }
 
+QString Formatter::gist(const PaymentProcessingAnswer &answer)
+{
+    return u"result %1 (%2), status %3, message %4, reference number %5, authorization code %6"_s
+        .arg(QString::number(answer.result), resultName(answer.result),
+             QString::number(answer.status), quoted(answer.message.ru(), 200),
+             quoted(answer.referenceNumber), quoted(answer.authorizationCode));
+}
+
 QString Formatter::money(qint64 amount)
 {
     const QString sign = amount < 0 ? u"-"_s : QString();

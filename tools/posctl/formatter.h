@@ -31,6 +31,10 @@ public:
     static void writeAnswerText(Output &out, const PaymentProcessingAnswer &answer,
                                 const AnswerContext &context);
 
+    // The answer in one line for stderr: result, status, message, reference number and
+    // authorisation code, for when it could not be written out whole.
+    static QString gist(const PaymentProcessingAnswer &answer);
+
     // The text with control characters other than line breaks and tabs written visibly.
     static QString visible(QStringView text);
     // At most the first limit characters, all control characters written visibly, in quotes:

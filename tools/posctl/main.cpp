@@ -8,9 +8,13 @@
 #include <singleton.h>
 #include <valutcollection.h>
 
+#include <signalpipe.h>
+
 #include <QCoreApplication>
 
+#include <csignal>
 #include <cstdio>
+#include <cstring>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -80,20 +84,26 @@ Options:
   -h, --help           show this help
   --version            show the version
 
-Ctrl+C (or SIGTERM, SIGHUP) during an operation asks the terminal to interrupt it; posctl then
-waits up to 10 s for the answer and prints it. A second Ctrl+C, or no answer in 10 s, makes
-posctl report that the outcome is unknown, with the client still running, and exit with 4.
-In a batch, Ctrl+C stops the batch after its current line and lists the lines that did not run.
+Ctrl+C (or SIGTERM, SIGHUP, SIGQUIT, ...) during an operation asks the terminal to interrupt
+it; posctl then waits up to 10 s for the answer and writes it. A second one, or no answer in
+10 s, makes posctl report that the outcome is unknown, with the client still running, and exit
+with 4. A signal once the terminal has answered ends posctl after the answer is written, with
+its status. In a batch, Ctrl+C stops the batch after its current line and lists the lines that
+did not run.
 
 Exit status: 0 success, 1 failure, 3 not enough balance, 2 usage error or no plug-in,
-4 outcome unknown (posctl stopped waiting for a running operation), 128+N stopped by signal N
-before the work was done.
+4 outcome unknown to the caller (posctl stopped waiting for a running operation, or could not
+write the answer: its gist is on stderr), 128+N stopped by signal N before any work was done.
 )";
 
 } // namespace
 
 int main(int argc, char *argv[])
 {
+    // First of all, so that no signal can end posctl unseen once a client may run.
+    SignalPipe signals(SignalGuard::handledSignals);
+    // A file that may not grow must fail the write (and say so), not end posctl.
+    ::signal(SIGXFSZ, SIG_IGN);
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(u"posctl"_s);
     QCoreApplication::setApplicationVersion(QStringLiteral(INPAS_VERSION));
@@ -120,8 +130,13 @@ int main(int argc, char *argv[])
     valuts.addValut(Valut(1, u"Банковская карта"_s, Valut::BankCard | Valut::PassCustomerQrCode));
     valuts.addValut(Valut(2, u"Банковская карта без QR"_s, Valut::BankCard));
 
+    if (!signals.isValid())
+        return fail(
+            u"cannot set up the handling of signals (%1), and a payment client is never "
+            u"run unguarded"_s.arg(QString::fromLocal8Bit(std::strerror(signals.errorNumber()))));
+
     const bool batch = invocation.command == "batch"_L1;
-    PosctlHost host(globals, batch ? SignalGuard::Batch : SignalGuard::SingleCommand);
+    PosctlHost host(globals, signals, batch ? SignalGuard::Batch : SignalGuard::SingleCommand);
     if (!host.start(error))
         return fail(error);
     return batch ? host.runBatch() : host.runOne(invocation);

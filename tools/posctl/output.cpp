@@ -4,15 +4,30 @@
 
 #include <QByteArray>
 
+#include <cerrno>
+
 Output &Output::operator<<(QStringView text)
 {
     for (qsizetype from = 0; from < text.size();) {
         const qsizetype to = pieceEnd(text, from);
-        const QByteArray bytes = text.sliced(from, to - from).toUtf8();
-        std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_stream);
+        write(text.sliced(from, to - from).toUtf8());
         from = to;
     }
     return *this;
+}
+
+void Output::write(const QByteArray &bytes)
+{
+    if (std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_stream) != size_t(bytes.size()) &&
+        m_error == 0)
+        m_error = errno ? errno : EIO;
+}
+
+int Output::finish()
+{
+    if (std::fflush(m_stream) != 0 && m_error == 0)
+        m_error = errno ? errno : EIO;
+    return m_error;
 }
 
 void Output::repeat(QChar c, qsizetype count)

@@ -8,8 +8,11 @@
 
 #include <externalprocessthread.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
+#include <thread>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -30,10 +33,10 @@ void complain(const QString &message)
 
 } // namespace
 
-PosctlHost::PosctlHost(const GlobalOptions &globals, SignalGuard::Mode mode)
+PosctlHost::PosctlHost(const GlobalOptions &globals, SignalPipe &signals, SignalGuard::Mode mode)
     : m_globals(globals)
-    , m_guard(m_watch, mode)
-    , m_runner(m_guard, m_watch, globals.interruptAfterMs)
+    , m_guard(signals, m_watch, mode)
+    , m_runner(m_watch)
 {
     ExternalProcessThread::setMonitor(&m_watch);
 }
@@ -60,19 +63,43 @@ bool PosctlHost::newProcessor(QString &error)
     return m_processor != nullptr;
 }
 
-void PosctlHost::print(const CommandRunner::Outcome &outcome, bool json)
+int PosctlHost::print(const CommandRunner::Outcome &outcome, bool json)
 {
-    {
-        Output out(stdout);
-        if (outcome.answer && json)
-            (Formatter::writeAnswerJson(out, *outcome.answer), out << u'\n');
-        else if (outcome.answer)
-            Formatter::writeAnswerText(out, *outcome.answer, outcome.context);
-        else
-            out << (json ? outcome.json + u'\n' : outcome.text);
-    }
+    Output out(stdout);
+    if (outcome.answer && json)
+        (Formatter::writeAnswerJson(out, *outcome.answer), out << u'\n');
+    else if (outcome.answer)
+        Formatter::writeAnswerText(out, *outcome.answer, outcome.context);
+    else
+        out << (json ? outcome.json + u'\n' : outcome.text);
+    const int error = out.finish();
     if (!outcome.hint.isEmpty())
         complain(outcome.hint);
+    return error;
+}
+
+int PosctlHost::runCommand(const Invocation &invocation, bool json)
+{
+    if (!CommandRunner::runsClient(invocation.command)) {
+        const CommandRunner::Outcome outcome = m_runner.run(*m_processor, invocation);
+        print(outcome, json);
+        return outcome.exitCode;
+    }
+    SignalGuard::Operation operation(m_guard, m_processor.get(),
+                                     CommandRunner::processingDirectory(*m_processor),
+                                     m_globals.interruptAfterMs);
+    const CommandRunner::Outcome outcome = m_runner.run(*m_processor, invocation);
+    const QString gist = Formatter::gist(*outcome.answer);
+    operation.answered(gist, outcome.exitCode);
+    // A test's window between the answer and its writing (docs/testing.md).
+    static const int holdMs = qEnvironmentVariableIntValue("POSCTL_HOLD_ANSWER_MS");
+    if (holdMs > 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(holdMs));
+    if (const int error = print(outcome, json))
+        SignalGuard::answerLost(u"the answer could not be written to standard output (%1)"_s.arg(
+                                    QString::fromLocal8Bit(std::strerror(error))),
+                                gist);
+    return outcome.exitCode;
 }
 
 int PosctlHost::check()
@@ -88,9 +115,7 @@ int PosctlHost::runOne(const Invocation &invocation)
 {
     if (invocation.command == "check"_L1)
         return check();
-    const CommandRunner::Outcome outcome = m_runner.run(*m_processor, invocation);
-    print(outcome, m_globals.json);
-    return outcome.exitCode;
+    return runCommand(invocation, m_globals.json);
 }
 
 int PosctlHost::runBatch()
@@ -129,9 +154,7 @@ int PosctlHost::runBatch()
             write(stdout, u"{\"newProcessor\":true}\n"_s);
             status = 0;
         } else {
-            const CommandRunner::Outcome outcome = m_runner.run(*m_processor, invocation);
-            print(outcome, true);
-            status = outcome.exitCode;
+            status = runCommand(invocation, true);
         }
     }
     if (const int signal = m_guard.stopSignal()) {

@@ -15,7 +15,7 @@ class PosctlHost
 public:
     static constexpr int usageError = 2;
 
-    PosctlHost(const GlobalOptions &globals, SignalGuard::Mode mode);
+    PosctlHost(const GlobalOptions &globals, SignalPipe &signals, SignalGuard::Mode mode);
     ~PosctlHost();
     PosctlHost(const PosctlHost &) = delete;
     PosctlHost &operator=(const PosctlHost &) = delete;
@@ -28,7 +28,10 @@ public:
 private:
     bool newProcessor(QString &error);
     int check();
-    void print(const CommandRunner::Outcome &outcome, bool json);
+    // One command on the processor, guarded from the host call until its answer is written.
+    int runCommand(const Invocation &invocation, bool json);
+    // 0 when all was written to standard output, else the error number.
+    int print(const CommandRunner::Outcome &outcome, bool json);
     void reportStoppedBatch(int signal, int lastLine, QList<QByteArray> notRun) const;
 
     GlobalOptions m_globals;

@@ -2,24 +2,17 @@
 
 #include "clientwatch.h"
 
+#include <signalpipe.h>
+
 #include <QFileInfo>
 
-#include <cerrno>
-#include <csignal>
-#include <cstring>
 #include <fcntl.h>
-#include <poll.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-
-// Signals reach the watcher through a pipe: the handler may only make async-signal-safe calls.
-int signalPipe[2] = {-1, -1};
-constexpr char quitByte = 0;
-constexpr char wakeByte = char(0x7f); // a new deadline to wait for
-constexpr int handledSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
 void say(const QString &text)
 {
@@ -33,43 +26,42 @@ QString signalName(int signal)
     return signal == SIGINT ? u"Ctrl+C"_s : u"SIG"_s + QString::fromLatin1(::sigabbrev_np(signal));
 }
 
-} // namespace
-
-void SignalGuard::onSignal(int signal)
+// Whether a child of ours has ended, without reaping it: the runner that started it will.
+bool hasEnded(qint64 processId)
 {
-    const char byte = char(signal);
-    [[maybe_unused]] const ssize_t n = ::write(signalPipe[1], &byte, 1);
+    siginfo_t info{};
+    return ::waitid(P_PID, id_t(processId), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid != 0;
 }
 
-SignalGuard::SignalGuard(const ClientWatch &clients, Mode mode)
-    : m_watch(clients)
+} // namespace
+
+SignalGuard::SignalGuard(SignalPipe &pipe, const ClientWatch &clients, Mode mode)
+    : m_pipe(pipe)
+    , m_watch(clients)
     , m_mode(mode)
+    , m_giveUpAfter(giveUpAfter())
 {
-    if (::pipe2(signalPipe, O_CLOEXEC) != 0 || ::pipe2(m_stopPipe, O_CLOEXEC) != 0)
-        return;
+    if (::pipe2(m_stopPipe, O_CLOEXEC) != 0)
+        m_stopPipe[0] = m_stopPipe[1] = -1;
     m_watcher = std::thread([this] { watch(); });
-    struct sigaction action = {};
-    action.sa_handler = &SignalGuard::onSignal;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = SA_RESTART;
-    for (int signal : handledSignals)
-        ::sigaction(signal, &action, nullptr);
 }
 
 SignalGuard::~SignalGuard()
 {
-    for (int signal : handledSignals)
-        ::signal(signal, SIG_DFL);
-    if (m_watcher.joinable()) {
-        const char byte = quitByte;
-        [[maybe_unused]] const ssize_t n = ::write(signalPipe[1], &byte, 1);
-        m_watcher.join();
-    }
-    for (int *fd : {&signalPipe[0], &signalPipe[1], &m_stopPipe[0], &m_stopPipe[1]}) {
-        if (*fd >= 0)
-            ::close(*fd);
-        *fd = -1;
-    }
+    m_quit = true;
+    m_pipe.wake();
+    m_watcher.join();
+    for (int fd : m_stopPipe)
+        if (fd >= 0)
+            ::close(fd);
+}
+
+std::chrono::milliseconds SignalGuard::giveUpAfter()
+{
+    bool ok = false;
+    const int ms = qEnvironmentVariableIntValue("POSCTL_GIVE_UP_MS", &ok);
+    return ok && ms >= 0 ? std::chrono::milliseconds(ms) : defaultGiveUpAfter;
 }
 
 int SignalGuard::stopSignal() const
@@ -85,66 +77,113 @@ int SignalGuard::stopDescriptor() const
 
 void SignalGuard::watch()
 {
-    for (;;) {
-        int timeout = -1;
+    while (!m_quit) {
+        std::chrono::milliseconds timeout{-1};
         {
             const std::lock_guard lock(m_mutex);
             for (const auto &due : {m_interruptAt, m_giveUpAt}) {
                 if (!due)
                     continue;
                 const auto left =
-                    std::chrono::ceil<std::chrono::milliseconds>(*due - Clock::now()).count();
-                timeout = std::max(0, timeout < 0 ? int(left) : std::min(timeout, int(left)));
+                    std::max(std::chrono::milliseconds(0),
+                             std::chrono::ceil<std::chrono::milliseconds>(*due - Clock::now()));
+                timeout = timeout.count() < 0 ? left : std::min(timeout, left);
             }
+            // A client may start while a second signal waits for an answer: look often.
+            if (m_secondSignalWaits)
+                timeout = std::min(timeout.count() < 0 ? timeout.max() : timeout,
+                                   std::chrono::milliseconds(50));
         }
-        pollfd fd{signalPipe[0], POLLIN, 0};
-        const int ready = ::poll(&fd, 1, timeout);
-        if (ready < 0 && errno != EINTR)
+        const int signal = m_pipe.next(timeout);
+        if (m_quit)
             return;
-        if (ready > 0) {
-            char byte = quitByte;
-            if (::read(signalPipe[0], &byte, 1) <= 0 || byte == quitByte)
-                return;
-            if (byte != wakeByte)
-                received(byte);
-            continue;
-        }
+        if (signal > 0)
+            received(signal);
+
         std::unique_lock lock(m_mutex);
         if (m_interruptAt && Clock::now() >= *m_interruptAt) {
             m_interruptAt.reset();
             if (m_processor)
                 m_processor->interruptPayment();
         }
-        if (m_giveUpAt && Clock::now() >= *m_giveUpAt && m_processor)
-            giveUp(
-                u"the operation did not end within %1 s of the signal"_s.arg(giveUpAfter.count()));
+        if (m_phase != Phase::Running)
+            continue;
+        if (m_secondSignalWaits && !answerOnItsWay())
+            giveUp(u"a client runs again after the second signal"_s);
+        if (m_giveUpAt && Clock::now() >= *m_giveUpAt)
+            giveUp(m_secondSignalWaits
+                       ? u"no answer within %1 s of the second signal"_s.arg(answerGrace.count())
+                       : u"the operation did not end within %1 s of the signal"_s.arg(
+                             double(m_giveUpAfter.count()) / 1000.0));
     }
+}
+
+// Whether the operation's client has ended, so that its answer is on its way: the client
+// published as running has ended unseen (posctl was stopped, say), or one has run and none
+// runs now.
+bool SignalGuard::answerOnItsWay() const
+{
+    if (const std::optional<ClientWatch::Client> client = m_watch.running())
+        return hasEnded(client->processId);
+    return m_watch.runsInOperation() > 0;
 }
 
 void SignalGuard::received(int signal)
 {
     std::unique_lock lock(m_mutex);
-    if (m_processor) {
-        if (++m_signalsDuringOperation > 1)
-            giveUp(u"%1 again: not waiting for the operation to end"_s.arg(signalName(signal)));
+    switch (m_phase) {
+    case Phase::Idle:
+        if (m_mode == SingleCommand || m_stopSignal != 0) {
+            say(u"%1: stopped"_s.arg(signalName(signal)));
+            ::_exit(128 + signal);
+        }
         m_stopSignal = signal;
-        m_giveUpAt = Clock::now() + giveUpAfter;
-        say(u"%1: asking the terminal to interrupt the operation and waiting up to %2 s for "
-            u"its answer (%3 again to stop waiting)"_s.arg(signalName(signal))
-                .arg(giveUpAfter.count())
-                .arg(signalName(signal)));
-        m_processor->interruptPayment();
+        say(u"%1: the batch stops before its next line (%1 again to quit now)"_s.arg(
+            signalName(signal)));
+        if (m_stopPipe[1] >= 0) {
+            const char byte = 1;
+            [[maybe_unused]] const ssize_t n = ::write(m_stopPipe[1], &byte, 1);
+        }
+        return;
+    case Phase::Written:
+        ::_exit(m_exitCode);
+    case Phase::Running:
+    case Phase::Answered:
+        break;
+    }
+
+    const bool first = m_signalsDuringOperation == 0;
+    if (!first && signal == SIGPIPE)
+        return;
+    ++m_signalsDuringOperation;
+    m_stopSignal = signal;
+    if (m_phase == Phase::Answered) {
+        if (first)
+            say(u"%1: the terminal has answered; posctl stops once the answer is written"_s.arg(
+                signalName(signal)));
+        else
+            answerLost(u"%1 again while the answer was being written"_s.arg(signalName(signal)),
+                       m_gist);
         return;
     }
-    if (m_mode == SingleCommand || m_stopSignal != 0) {
-        say(u"%1: stopped"_s.arg(signalName(signal)));
-        ::_exit(128 + signal);
+    if (first) {
+        // The terminal is told first: a message to a closed output must not come before it.
+        m_processor->interruptPayment();
+        m_giveUpAt = Clock::now() + m_giveUpAfter;
+        say(u"%1: asking the terminal to interrupt the operation and waiting up to %2 s for "
+            u"its answer (%3 again to stop waiting)"_s.arg(signalName(signal))
+                .arg(double(m_giveUpAfter.count()) / 1000.0)
+                .arg(signalName(signal)));
+        return;
     }
-    m_stopSignal = signal;
-    say(u"%1: the batch stops before its next line (%1 again to quit now)"_s.arg(
-        signalName(signal)));
-    const char byte = 1;
-    [[maybe_unused]] const ssize_t n = ::write(m_stopPipe[1], &byte, 1);
+    if (!answerOnItsWay())
+        giveUp(u"%1 again: not waiting for the operation to end"_s.arg(signalName(signal)));
+    m_secondSignalWaits = true;
+    const Clock::time_point grace = Clock::now() + answerGrace;
+    m_giveUpAt = m_giveUpAt ? std::min(*m_giveUpAt, grace) : grace;
+    say(u"%1 again: the payment client has ended; waiting up to %2 s for its answer"_s
+            .arg(signalName(signal))
+            .arg(answerGrace.count()));
 }
 
 void SignalGuard::giveUp(const QString &why)
@@ -166,24 +205,47 @@ void SignalGuard::giveUp(const QString &why)
     ::_exit(outcomeUnknown);
 }
 
+void SignalGuard::answerLost(const QString &why, const QString &gist)
+{
+    say(u"%1; the terminal's answer was not written out. It was: %2"_s.arg(why, gist));
+    ::_exit(outcomeUnknown);
+}
+
 SignalGuard::Operation::Operation(SignalGuard &guard, AbstractPaymentProcessing *processor,
                                   const QString &directory, std::optional<int> interruptAfterMs)
     : m_guard(guard)
 {
     const std::lock_guard lock(m_guard.m_mutex);
+    m_guard.m_phase = Phase::Running;
     m_guard.m_processor = processor;
     m_guard.m_directory = directory;
     m_guard.m_signalsDuringOperation = 0;
+    m_guard.m_secondSignalWaits = false;
     if (interruptAfterMs) {
         m_guard.m_interruptAt = Clock::now() + std::chrono::milliseconds(*interruptAfterMs);
-        [[maybe_unused]] const ssize_t n = ::write(signalPipe[1], &wakeByte, 1);
+        m_guard.m_pipe.wake();
     }
+}
+
+void SignalGuard::Operation::answered(const QString &gist, int exitCode)
+{
+    const std::lock_guard lock(m_guard.m_mutex);
+    m_guard.m_phase = Phase::Answered;
+    m_guard.m_gist = gist;
+    m_guard.m_exitCode = exitCode;
+    m_guard.m_processor = nullptr;
+    m_guard.m_interruptAt.reset();
+    m_guard.m_giveUpAt.reset();
+    m_guard.m_secondSignalWaits = false;
 }
 
 SignalGuard::Operation::~Operation()
 {
     const std::lock_guard lock(m_guard.m_mutex);
+    // A single command ends with its answer's status; a batch after a signal stops here.
+    m_guard.m_phase = m_guard.m_mode == SingleCommand ? Phase::Written : Phase::Idle;
     m_guard.m_processor = nullptr;
     m_guard.m_interruptAt.reset();
     m_guard.m_giveUpAt.reset();
+    m_guard.m_secondSignalWaits = false;
 }

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+// The programs of a processing directory that are running now, as the system lists them
+// (/proc): a payment client that a host left behind keeps the terminal, and nothing else
+// would tell.
+class RunningClients
+{
+public:
+    struct Client
+    {
+        qint64 processId = 0;
+        QStringList arguments;  // the customer's QR code (-d) replaced by its length
+        qint64 seconds = 0;     // how long it has run
+        bool holdsLock = false; // the emulator's terminal lock, zelnorinpas.lock
+    };
+
+    // Every process whose working directory is the directory and whose program, or the script
+    // it runs, lies in it.
+    static QList<Client> in(const QString &directory);
+};
