@@ -1,7 +1,6 @@
 // The terminal emulator, as the plug-in reads it through posctl, and its own command line.
 
-#include "fakeclient.h"
-#include "programrun.h"
+#include "till.h"
 #include "words.h"
 
 #include <QDir>
@@ -18,51 +17,6 @@
 
 using namespace Qt::Literals::StringLiterals;
 using Commands = QList<QStringList>;
-
-namespace {
-
-// A fresh copy of the processing directory that the build lays out, made quick.
-class Till
-{
-public:
-    explicit Till(int readDelayMs = 20)
-    {
-        const QDir source(QStringLiteral(EMULATOR_DIR));
-        QFile::copy(source.filePath(u"zelnorinpas"_s), m_dir.filePath(u"zelnorinpas"_s));
-        QFile config(source.filePath(u"zelnorinpas.conf"_s));
-        config.open(QIODevice::ReadOnly);
-        QByteArray text = config.readAll();
-        text.replace("intervalBetweenOperations=1", "intervalBetweenOperations=0");
-        text.replace("readDelayMs=1000",
-                     QByteArray("readDelayMs=" + QByteArray::number(readDelayMs)));
-        // Long enough to wrap on every slip.
-        text.replace("merchantName=", "merchantName=Общество с ограниченной ответственностью ");
-        QFile copy(m_dir.filePath(u"zelnorinpas.conf"_s));
-        copy.open(QIODevice::WriteOnly);
-        copy.write(text);
-    }
-
-    ~Till() { FakeClient::endProcessesIn(m_dir.path()); }
-
-    QString directory() const { return m_dir.path(); }
-    QString journalPath() const { return m_dir.filePath(u"zelnorinpas-journal.json"_s); }
-
-    ProgramRun posctl(const QStringList &arguments) const
-    {
-        return ProgramRun::run(QStringLiteral(POSCTL_PATH),
-                               QStringList{u"--json"_s, u"--dir"_s, m_dir.path()} + arguments,
-                               m_dir.path());
-    }
-    ProgramRun client(const QStringList &arguments) const
-    {
-        return ProgramRun::run(m_dir.filePath(u"zelnorinpas"_s), arguments, m_dir.path());
-    }
-
-private:
-    QTemporaryDir m_dir;
-};
-
-} // namespace
 
 class tst_Emulator : public QObject
 {

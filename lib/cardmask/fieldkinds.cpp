@@ -1,5 +1,7 @@
 #include "fieldkinds.h"
 
+#include <algorithm>
+
 namespace {
 
 enum class Where { Answer, Option };
@@ -7,7 +9,7 @@ enum class Where { Answer, Option };
 struct Field
 {
     Where where;
-    QStringView name;
+    std::u16string_view name;
     ValueKind kind;
 };
 
@@ -33,27 +35,34 @@ constexpr Field fields[] = {
     {Where::Option, u"-t", ValueKind::Host}, // merchant id
 };
 
-ValueKind find(Where where, QStringView name)
+template<typename Name>
+ValueKind find(Where where, Name name)
 {
     for (const Field &field : fields)
-        if (field.where == where && field.name == name)
+        if (field.where == where &&
+            std::equal(field.name.begin(), field.name.end(), name.begin(), name.end()))
             return field.kind;
     return ValueKind::ClientText;
 }
 
 } // namespace
 
-ValueKind FieldKinds::ofAnswerField(QStringView key)
+ValueKind FieldKinds::ofAnswerField(std::u16string_view key)
 {
     return find(Where::Answer, key);
 }
 
-ValueKind FieldKinds::ofOption(QStringView option)
+ValueKind FieldKinds::ofOption(std::u16string_view option)
 {
     return find(Where::Option, option);
 }
 
-bool FieldKinds::isCustomerQr(QStringView text)
+ValueKind FieldKinds::ofOption(std::string_view option)
 {
-    return text.startsWith(u"hQVDUFY");
+    return find(Where::Option, option);
+}
+
+bool FieldKinds::isCustomerQr(std::u16string_view text)
+{
+    return text.substr(0, 7) == u"hQVDUFY";
 }

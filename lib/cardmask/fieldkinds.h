@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QStringView>
+#include <string_view>
 
 // What a logged or recorded value is, which decides what may be shown of it.
 enum class ValueKind {
@@ -11,17 +11,19 @@ enum class ValueKind {
     CustomerQr, // the customer's QR code, card data whole: only its length
 };
 
-// The one table of the client's fields and options and their kinds.
+// The one table of the client's fields and options and their kinds. Plain C++, so that the
+// recorder, which stands in the host's way, reads it without loading Qt.
 class FieldKinds
 {
 public:
     // A member of the client's JSON answer, by its key; a key the table does not know is the
     // client's text.
-    static ValueKind ofAnswerField(QStringView key);
+    static ValueKind ofAnswerField(std::u16string_view key);
     // An option of the client's command line ("-a" ... "-t"), by its name; an option the table
     // does not know is treated as the client's text.
-    static ValueKind ofOption(QStringView option);
+    static ValueKind ofOption(std::u16string_view option);
+    static ValueKind ofOption(std::string_view option);
     // Whether a text is a scanned customer QR code: the Base64 of an EMV consumer-presented
     // payload, which starts with its format indicator (tag 85, "CPV01").
-    static bool isCustomerQr(QStringView text);
+    static bool isCustomerQr(std::u16string_view text);
 };

@@ -57,7 +57,7 @@ void LogValue::appendTo(QString &line) const
         if (it.value().isNull())
             continue;
         line += u' ';
-        value(FieldKinds::ofOption(it.key()), it.value().toString());
+        value(FieldKinds::ofOption(u16(it.key())), it.value().toString());
     }
 }
 

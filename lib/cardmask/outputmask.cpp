@@ -96,7 +96,7 @@ bool Writer::object()
                 return false;
             m_out += u':';
             ++m_pos;
-            if (!value(FieldKinds::ofAnswerField(key)))
+            if (!value(FieldKinds::ofAnswerField(u16(key))))
                 return false;
             skipBlanks();
             if (!peek(u','))

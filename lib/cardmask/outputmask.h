@@ -6,6 +6,14 @@
 #include <QString>
 #include <QStringView>
 
+#include <string_view>
+
+// A Qt text as the plain table of field kinds reads it.
+inline std::u16string_view u16(QStringView text)
+{
+    return {text.utf16(), size_t(text.size())};
+}
+
 // The client's standard output as a log or a recording may show it.
 //
 // Output that parses as JSON is written back in compact form, in its own order, each string

@@ -48,6 +48,13 @@ void FakeClient::endProcessesIn(const QString &directory)
     }
 }
 
+bool FakeClient::isRunning(qint64 processId)
+{
+    const QByteArray stat = readFile(u"/proc/%1/stat"_s.arg(processId));
+    const qsizetype state = stat.lastIndexOf(')') + 2;
+    return state > 1 && state < stat.size() && stat.at(state) != 'Z';
+}
+
 qint64 FakeClient::processId(int run) const
 {
     return readFile(recordPath(u"pid.%1"_s.arg(run))).trimmed().toLongLong();

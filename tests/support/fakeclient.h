@@ -40,6 +40,10 @@ public:
     // The process id of run n, which is its process group when the host's runner started it.
     qint64 processId(int run) const;
 
+    // Whether the process runs: it exists and has not ended (a zombie waiting to be reaped by
+    // whoever adopted it has ended).
+    static bool isRunning(qint64 processId);
+
     // Kills every process whose working directory is the directory: what a test started and
     // left behind (a client, its children), and nothing of anyone else's.
     static void endProcessesIn(const QString &directory);

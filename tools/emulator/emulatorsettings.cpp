@@ -29,5 +29,9 @@ EmulatorSettings EmulatorSettings::read(const QString &configPath)
     const double balance = file.value(u"Emulator/accountBalance"_s).toString().toDouble(&ok);
     if (ok)
         s.accountBalance = balance;
+    s.replay = text(u"Emulator/replay"_s, QString());
+    const double speed = file.value(u"Emulator/replaySpeed"_s).toString().toDouble(&ok);
+    if (ok && speed >= 0)
+        s.replaySpeed = speed;
     return s;
 }

@@ -14,6 +14,8 @@ struct EmulatorSettings
     QString terminalId = QStringLiteral("00012345");
     QString defaultMerchant = QStringLiteral("000000000012345");
     double accountBalance = 100000.0;
+    QString replay;           // a recorded day to play back instead of being a terminal
+    double replaySpeed = 1.0; // how the recorded durations are scaled; 0: no waiting
 
     static EmulatorSettings read(const QString &configPath);
 };

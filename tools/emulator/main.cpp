@@ -6,6 +6,7 @@
 #include "emulatorcommand.h"
 #include "emulatorsettings.h"
 #include "journal.h"
+#include "replay.h"
 #include "terminal.h"
 
 #include <QCoreApplication>
@@ -67,6 +68,26 @@ Exit status: 0 answered, 1 the operation was not performed (message on stderr),
 2 bad command line or unreadable journal.
 )";
 
+// A run of a recorded day, played back as it was recorded.
+int replay(const EmulatorSettings &settings, const EmulatorCommand &command,
+           const QStringList &arguments)
+{
+    const Replay::Answer answer =
+        Replay::next(settings.replay, settings.replaySpeed, command, arguments);
+    if (!answer.refusal.isEmpty())
+        return refuse(answer.refusal, 2);
+    QThread::msleep(quint64(answer.waitMs));
+    print(stdout, answer.standardOutput);
+    print(stderr, answer.standardError);
+    if (answer.signal != 0) {
+        const rlimit noCore{0, 0};
+        ::setrlimit(RLIMIT_CORE, &noCore);
+        ::signal(answer.signal, SIG_DFL);
+        ::raise(answer.signal);
+    }
+    return answer.exitStatus;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -111,6 +132,9 @@ int main(int argc, char *argv[])
                       u"выполнена"_s.arg(QLatin1StringView(DeviceLock::fileName)),
                       1);
     }
+
+    if (!settings.replay.isEmpty())
+        return replay(settings, command, arguments);
 
     const QString journalPath = here.filePath(QString::fromLatin1(Journal::fileName));
     Journal journal;

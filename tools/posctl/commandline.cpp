@@ -16,7 +16,7 @@ const QHash<QString, int> &commands()
         {u"report"_s, 0},  {u"short-report"_s, 0}, {u"copy"_s, 0},          {u"balance"_s, 0},
         {u"sbp-pay"_s, 1}, {u"sbp-refund"_s, 1},   {u"scan-params"_s, 0},   {u"options"_s, 0},
         {u"batch"_s, 0},   {u"set-dir"_s, 1},      {u"new-processor"_s, 0}, {u"check"_s, 0},
-        {u"help"_s, 0},
+        {u"help"_s, 0},    {u"recorder"_s, 1},     {u"recordings"_s, 0},
     };
     return table;
 }
@@ -92,12 +92,13 @@ bool CommandLine::isKnownCommand(const QString &command, Scope scope)
     const bool batchOnly = command == "set-dir"_L1 || command == "new-processor"_L1;
     if (scope == TopLevel)
         return !batchOnly;
-    return command != "batch"_L1 && command != "help"_L1 && command != "check"_L1;
+    return command != "batch"_L1 && command != "help"_L1 && command != "check"_L1 &&
+           command != "recorder"_L1 && command != "recordings"_L1;
 }
 
 bool CommandLine::takesAmount(const QString &command)
 {
-    return positionalCount(command) == 1 && command != "set-dir"_L1;
+    return positionalCount(command) == 1 && command != "set-dir"_L1 && command != "recorder"_L1;
 }
 
 int CommandLine::positionalCount(const QString &command)
@@ -204,6 +205,16 @@ bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &gl
                 return false;
             }
             invocation.formTime = time;
+        } else if (word == "--day"_L1) {
+            if (!value(text))
+                return false;
+            const QDate day = QDate::fromString(text, Qt::ISODate);
+            if (!day.isValid()) {
+                error = u"option --day needs a day as yyyy-MM-dd, not %1"_s.arg(
+                    Formatter::quoted(text));
+                return false;
+            }
+            invocation.day = day;
         } else if (scope == TopLevel && word == "--plugin"_L1) {
             if (!value(globals.pluginPath))
                 return false;
@@ -250,11 +261,19 @@ bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &gl
             error = takesAmount(invocation.command)
                         ? u"%1 needs an amount in minor units (150000 is 1500.00)"_s.arg(
                               invocation.command)
+                    : invocation.command == "recorder"_L1
+                        ? u"recorder needs on or off"_s
                         : u"%1 needs a directory"_s.arg(invocation.command);
         else
             error = u"too many arguments for %1: %2"_s.arg(
                 invocation.command,
                 Formatter::quoted(invocation.positional.mid(wanted).join(u' ')));
+        return false;
+    }
+    if (invocation.command == "recorder"_L1 && invocation.positional.first() != "on"_L1 &&
+        invocation.positional.first() != "off"_L1) {
+        error = u"recorder needs on or off, not %1"_s.arg(
+            Formatter::quoted(invocation.positional.first()));
         return false;
     }
     if (takesAmount(invocation.command)) {

@@ -24,6 +24,7 @@ struct Invocation
     int formNumber = 0;
     int formSequence = 0;
     std::optional<QDateTime> formTime;
+    std::optional<QDate> day; // of the recordings to list
 };
 
 // Options that concern posctl itself rather than one request.

@@ -1,6 +1,7 @@
 #include "directorycheck.h"
 
 #include "jsonwriter.h"
+#include "recordingsreport.h"
 
 #include <config.h>
 #include <settingkeys.h>
@@ -187,6 +188,7 @@ DirectoryCheck::Report DirectoryCheck::run(const QString &directory)
     report.directory = directory;
     report.problems = clientProblems(directory);
     reportClients(report);
+    RecordingsReport::addFindings(directory, report.problems, report.notes);
 
     const QString configPath = QDir(directory).filePath(configName);
     QHash<QString, int> keyLines;

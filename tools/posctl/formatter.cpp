@@ -5,6 +5,7 @@
 
 #include <cardmask.h>
 #include <fieldkinds.h>
+#include <outputmask.h>
 
 #include <QFile>
 #include <QHash>
@@ -268,7 +269,7 @@ QString Formatter::withoutCustomerCodes(const QString &text)
         }
         static const QString option = u"--customer-qr"_s;
         qsizetype code = -1;
-        if (valueOfOption || FieldKinds::isCustomerQr(word))
+        if (valueOfOption || FieldKinds::isCustomerQr(u16(word)))
             code = start;
         else if (word.startsWith(option + u'='))
             code = start + option.size() + 1;

@@ -51,8 +51,14 @@ Service:
   balance              account balance
 
 Information:
-  check                look at the processing directory as the plug-in will: the client, the
-                       configuration file and the settings in effect (exit 1 on a problem)
+  check                look at the processing directory as the plug-in will: the client, one
+                       still running, the configuration file, the settings in effect, and
+                       with the recorder on, any approval that never reached the host (exit 1
+                       on a problem)
+  recorder on|off      put the recorder in front of the payment client, or take it away:
+                       it keeps every run with the terminal in recordings/
+  recordings           the runs the recorder kept on a day (--day yyyy-MM-dd, today by
+                       default): time, operation, result, duration, delivered or not
   scan-params          the parameters of the host's QR-scanning dialog
   options              the options the processor announces and the request types it accepts
   batch                read commands from stdin, one a line, and run them on one processor;

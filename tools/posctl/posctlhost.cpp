@@ -5,6 +5,8 @@
 #include "formatter.h"
 #include "jsonwriter.h"
 #include "output.h"
+#include "recordersetup.h"
+#include "recordingsreport.h"
 
 #include <externalprocessthread.h>
 
@@ -111,10 +113,38 @@ int PosctlHost::check()
     return report.ok() ? 0 : 1;
 }
 
+int PosctlHost::recorder(const QString &onOrOff)
+{
+    const QString directory = CommandRunner::processingDirectory(*m_processor);
+    QString message;
+    const bool done = onOrOff == "on"_L1 ? RecorderSetup::turnOn(directory, message)
+                                         : RecorderSetup::turnOff(directory, message);
+    if (!done) {
+        complain(message);
+        return 1;
+    }
+    write(stdout, message + u'\n');
+    return 0;
+}
+
+int PosctlHost::recordings(const Invocation &invocation)
+{
+    const QString directory = CommandRunner::processingDirectory(*m_processor);
+    const QDate day = invocation.day.value_or(QDate::currentDate());
+    const Recordings::Day runs = Recordings::read(Recordings::dayPath(directory, day));
+    write(stdout, m_globals.json ? RecordingsReport::json(directory, day, runs) + u'\n'
+                                 : RecordingsReport::text(directory, day, runs));
+    return 0;
+}
+
 int PosctlHost::runOne(const Invocation &invocation)
 {
     if (invocation.command == "check"_L1)
         return check();
+    if (invocation.command == "recorder"_L1)
+        return recorder(invocation.positional.first());
+    if (invocation.command == "recordings"_L1)
+        return recordings(invocation);
     return runCommand(invocation, m_globals.json);
 }
 

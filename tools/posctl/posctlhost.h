@@ -28,6 +28,8 @@ public:
 private:
     bool newProcessor(QString &error);
     int check();
+    int recorder(const QString &onOrOff);
+    int recordings(const Invocation &invocation);
     // One command on the processor, guarded from the host call until its answer is written.
     int runCommand(const Invocation &invocation, bool json);
     // 0 when all was written to standard output, else the error number.

@@ -61,7 +61,7 @@ QStringList shown(const QStringList &arguments)
         out.append(arguments.at(i));
         if (i + 1 < arguments.size()) {
             QString value = arguments.at(i + 1);
-            OutputMask::maskTail(FieldKinds::ofOption(arguments.at(i)), value, 0);
+            OutputMask::maskTail(FieldKinds::ofOption(u16(arguments.at(i))), value, 0);
             out.append(value);
         }
     }
@@ -98,7 +98,8 @@ QList<RunningClients::Client> RunningClients::in(const QString &directory)
                  QFileInfo(QDir(here).filePath(arguments.at(1))).canonicalPath() == here &&
                  QFileInfo(QDir(here).filePath(arguments.at(1))).isFile())
             first = 1;
-        if (first < 0)
+        // The recorder's scribe only writes what a run that has ended left.
+        if (first < 0 || QFileInfo(program).fileName() == "zelnorinpas-scribe"_L1)
             continue;
         clients.append({id, shown(arguments.mid(first)), runningFor(pid), holders.contains(id)});
     }

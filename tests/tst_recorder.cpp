@@ -1,0 +1,224 @@
+// The recorder in front of the payment client: the host sees exactly what it would see
+// without it, every run is kept, an approval that never reached the host is found, and a
+// recorded day plays back as it was.
+
+#include "till.h"
+#include "words.h"
+
+#include <externalprocessthread.h>
+#include <processmonitor.h>
+
+#include <QFile>
+#include <QProcess>
+#include <QTest>
+
+#include <csignal>
+
+using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+const QString customerCode = u"hQVDUFYwMWEmTwegAAAAAxAQVxFBEREREREREdJRIgEAAAAAD1oIQRE="_s;
+
+// How a run ended, as the host's runner saw it.
+struct Seen
+{
+    int error = 0;
+    int exitCode = 0;
+    int signal = 0;
+    QString out;
+    QString err;
+    bool operator==(const Seen &other) const
+    {
+        return error == other.error && exitCode == other.exitCode && signal == other.signal &&
+               out == other.out && err == other.err;
+    }
+};
+
+class LastEnd : public ProcessMonitor
+{
+public:
+    void finished(const ProcessEnd &end) override { last = end; }
+    ProcessEnd last;
+};
+
+QByteArray recording(const QString &directory)
+{
+    QFile file(QDir(directory).filePath(u"recordings/"_s +
+                                        QDate::currentDate().toString(Qt::ISODate) + u".jsonl"_s));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+ProgramRun posctl(const QString &directory, const QStringList &arguments,
+                  const QByteArray &input = {})
+{
+    return ProgramRun::run(QStringLiteral(POSCTL_PATH),
+                           QStringList{u"--json"_s, u"--dir"_s, directory} + arguments, {}, input);
+}
+
+} // namespace
+
+class tst_Recorder : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void transparent_data();
+    void transparent();
+    void runsThatNeedAPerson_data();
+    void runsThatNeedAPerson();
+    void replayedDay();
+};
+
+void tst_Recorder::transparent_data()
+{
+    QTest::addColumn<QByteArray>("client");
+    QTest::addColumn<int>("timeoutMs");
+    QTest::addColumn<bool>("interrupt"); // SIGINT to what the host started, once it is ready
+    QTest::addColumn<bool>("ends");      // an end line is recorded
+    const auto row = [](const char *name, const QByteArray &client, int timeoutMs = 10000,
+                        bool interrupt = false, bool ends = true) {
+        QTest::newRow(name) << client << timeoutMs << interrupt << ends;
+    };
+    row("an answer", R"(echo '{"Status":1,"PAN":"4111111111111111"}'; echo note >&2)");
+    row("exit status and standard error", "printf 'Нет связи с пин-падом\\n' >&2; exit 3");
+    row("death by a signal", "kill -ABRT $$");
+    row("SIGINT reaches the client",
+        "trap 'echo {\\\"Status\\\":53}; exit 0' INT\ntouch \"$R/ready.$n\"\nsleep 5 & wait", 10000,
+        true);
+    row("the group is killed on time-out", "sleep 5 & echo $! > \"$R/helper.$n\"; wait", 500, false,
+        false);
+    row("large output", "head -c 3000000 /dev/zero | tr '\\0' x");
+    row("NUL bytes", "printf 'a\\0b\\0c'; printf '\\0' >&2");
+}
+
+// Each client run as the host runs it, first without the recorder, then with it.
+void tst_Recorder::transparent()
+{
+    QFETCH(QByteArray, client);
+    QFETCH(int, timeoutMs);
+    QFETCH(bool, interrupt);
+    FakeClient fake;
+    fake.setBehaviour(client);
+    LastEnd lastEnd;
+    ExternalProcessThread::setMonitor(&lastEnd);
+    Seen seen[2];
+    for (int run = 1; run <= 2; ++run) {
+        if (run == 2)
+            QCOMPARE(posctl(fake.directory(), words("recorder on")).exitCode, 0);
+        ExternalProcessThread runner(u"./zelnorinpas"_s, words("1 -a 500 -d") << customerCode,
+                                     std::chrono::milliseconds(timeoutMs), fake.directory());
+        runner.start();
+        if (interrupt) {
+            QVERIFY(fake.waitForRecord(u"ready.%1"_s.arg(run)));
+            ::kill(pid_t(runner.processId()), SIGINT);
+        }
+        runner.exec();
+        seen[run - 1] = {runner.error(), runner.exitCode(), lastEnd.last.signal,
+                         runner.standardOutput(), runner.standardError()};
+        if (timeoutMs < 1000) { // the client's helper went with the group
+            const pid_t helper = pid_t(fake.record(u"helper.%1"_s.arg(run)).toInt());
+            QVERIFY(helper > 0);
+            QTRY_VERIFY(!FakeClient::isRunning(helper));
+        }
+    }
+    ExternalProcessThread::setMonitor(nullptr);
+    QVERIFY(seen[0] == seen[1]);
+    QCOMPARE(fake.runCount(), 2);
+    QCOMPARE(fake.arguments(2), fake.arguments(1));
+
+    // Kept: the start before the run, its end after it, the customer's code by its length.
+    QFETCH(bool, ends);
+    QTRY_COMPARE(recording(fake.directory()).count("\"event\":\"end\""), ends ? 1 : 0);
+    const QByteArray lines = recording(fake.directory());
+    QCOMPARE(lines.count("\"event\":\"start\""), 1);
+    QVERIFY(lines.contains(QByteArray("\"-d\",\"<QR " + QByteArray::number(customerCode.size()) +
+                                      " bytes>\"")) &&
+            !lines.contains("hQVDUFY"));
+    QVERIFY(!lines.contains("4111111111111111"));
+}
+
+void tst_Recorder::runsThatNeedAPerson_data()
+{
+    QTest::addColumn<bool>("killGroup"); // the client's group, as power lost; else posctl
+    QTest::addColumn<QString>("problem");
+    QTest::addColumn<QString>("next");
+    QTest::newRow("posctl killed: an approval that never reached the host")
+        << false << u"an approval never reached the host: "_s
+        << u"cancel 20000 --rrn 000000000001"_s;
+    QTest::newRow("the client's group killed: an unknown outcome")
+        << true << u"a run's outcome is unknown: "_s << u"copy, or look at the terminal's"_s;
+}
+
+void tst_Recorder::runsThatNeedAPerson()
+{
+    QFETCH(bool, killGroup);
+    const Till till(500);
+    QCOMPARE(posctl(till.directory(), words("recorder on")).exitCode, 0);
+    QProcess host;
+    host.start(QStringLiteral(POSCTL_PATH), {u"--dir"_s, till.directory(), u"sale"_s, u"20000"_s});
+    QTRY_VERIFY(recording(till.directory()).contains("\"event\":\"start\""));
+    if (killGroup) {
+        const QByteArray start = recording(till.directory());
+        const qsizetype at = start.indexOf("\"pid\":") + 6;
+        ::kill(-pid_t(start.mid(at, start.indexOf(',', at) - at).toInt()), SIGKILL);
+        QVERIFY(host.waitForFinished());
+    } else {
+        host.kill();
+        host.waitForFinished();
+        QTRY_VERIFY(recording(till.directory()).contains("\"event\":\"end\""));
+    }
+    const ProgramRun check =
+        ProgramRun::run(QStringLiteral(POSCTL_PATH), {u"--dir"_s, till.directory(), u"check"_s});
+    QFETCH(QString, problem);
+    QFETCH(QString, next);
+    QCOMPARE(check.exitCode, 1);
+    const QString out = QString::fromUtf8(check.out);
+    QVERIFY2(out.contains(problem + QDate::currentDate().toString(Qt::ISODate)) &&
+                 out.contains(next),
+             qPrintable(out));
+}
+
+// A day recorded through the recorder, then played back by the emulator: the same answers.
+void tst_Recorder::replayedDay()
+{
+    // The SBP form identifier holds its time, which must not change between the two days.
+    const QByteArray day =
+        "sale 150000\nsale 250005\nsbp-pay 99900 --form-time 2026-11-23T10:00:00\n"
+        "sale 10096\nsale 10098\n"
+        "refund 50000 --rrn 000000000001\nreconcile\n";
+    const Till recorded;
+    QCOMPARE(posctl(recorded.directory(), words("recorder on")).exitCode, 0);
+    // A line torn by a power loss earlier in the day stays a line of its own.
+    QVERIFY(QDir(recorded.directory()).mkdir(u"recordings"_s));
+    QFile torn(
+        QDir(recorded.directory())
+            .filePath(u"recordings/"_s + QDate::currentDate().toString(Qt::ISODate) + u".jsonl"_s));
+    QVERIFY(torn.open(QIODevice::WriteOnly));
+    torn.write("{\"event\":\"start\",\"id\":\"x");
+    torn.close();
+    const ProgramRun original = posctl(recorded.directory(), {u"batch"_s}, day);
+    QCOMPARE(original.out.count('\n'), 7);
+    QTRY_COMPARE(recording(recorded.directory()).count("\"event\":\"end\""), 10);
+    QVERIFY(posctl(recorded.directory(), {u"recordings"_s}).out.contains("line 1 cannot be read"));
+
+    const Till replaying;
+    QFile config(QDir(replaying.directory()).filePath(u"zelnorinpas.conf"_s));
+    QVERIFY(config.open(QIODevice::Append));
+    config.write(
+        "[Emulator]\nreplaySpeed=0\nreplay=" +
+        QDir(recorded.directory())
+            .filePath(u"recordings/"_s + QDate::currentDate().toString(Qt::ISODate) + u".jsonl"_s)
+            .toUtf8() +
+        '\n');
+    config.close();
+    QCOMPARE(posctl(replaying.directory(), {u"batch"_s}, day).out, original.out);
+    // A run the recording does not hold is refused, naming what was expected.
+    QVERIFY(posctl(replaying.directory(), words("sale 5"))
+                .message()
+                .contains(u"все 10 запусков уже воспроизведены"_s));
+}
+
+QTEST_GUILESS_MAIN(tst_Recorder)
+#include "tst_recorder.moc"

@@ -1,0 +1,189 @@
+#include "recordingsreport.h"
+
+#include "formatter.h"
+#include "jsonwriter.h"
+#include "recordersetup.h"
+#include "runningclients.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QHash>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QThread>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+// The recorder's scribe writes a run's end a moment after the run: how long a run that seems
+// to have no end is given before it counts as one whose outcome is unknown.
+constexpr int scribeGraceMs = 500;
+
+QString operationName(const RecordedRun &run)
+{
+    static const QHash<QString, QString> functions{{u"paymentSbp"_s, u"SBP payment"_s},
+                                                   {u"paymentStatusSbp"_s, u"SBP payment status"_s},
+                                                   {u"returnSbp"_s, u"SBP refund"_s},
+                                                   {u"returnStatusSbp"_s, u"SBP refund status"_s}};
+    static const QHash<QString, QString> codes{
+        {u"1"_s, u"sale"_s},           {u"2"_s, u"refund"_s},        {u"3"_s, u"cancel"_s},
+        {u"4"_s, u"reconciliation"_s}, {u"11"_s, u"short report"_s}, {u"12"_s, u"slip copy"_s},
+        {u"14"_s, u"full report"_s},   {u"15"_s, u"balance"_s}};
+    const QString function = run.option(u"-f"_s);
+    if (!function.isEmpty())
+        return functions.value(function, function);
+    return codes.value(run.operation(), u"operation "_s + run.operation());
+}
+
+QString amountOf(const RecordedRun &run)
+{
+    bool ok = false;
+    const qint64 amount = run.option(u"-a"_s).toLongLong(&ok);
+    return ok ? Formatter::money(amount) : QString();
+}
+
+QString resultOf(const RecordedRun &run)
+{
+    if (!run.ended)
+        return u"outcome unknown (no end was recorded)"_s;
+    const QJsonObject answer = run.answer();
+    if (run.exitStatus != 0 || answer.isEmpty())
+        return run.ending();
+    const int status = answer.value("Status"_L1).toInt();
+    const QString text = answer.value("TextResponse"_L1).toString();
+    return (status == 1 ? u"approved"_s : u"status %1"_s.arg(status)) +
+           (text.isEmpty() ? QString() : u" "_s + text);
+}
+
+QString summary(const RecordedRun &run)
+{
+    const QString amount = amountOf(run);
+    return run.started.toString(u"HH:mm:ss"_s) + u' ' + operationName(run) +
+           (amount.isEmpty() ? QString() : u' ' + amount);
+}
+
+bool running(const RecordedRun &run, const QList<RunningClients::Client> &clients)
+{
+    for (const RunningClients::Client &client : clients)
+        if (client.processId == run.processId)
+            return true;
+    return false;
+}
+
+// The runs of today and yesterday, read again after a moment when one seems to have no end.
+QList<std::pair<QDate, Recordings::Day>> recentDays(const QString &directory)
+{
+    QList<std::pair<QDate, Recordings::Day>> days;
+    const QDate today = QDate::currentDate();
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        days.clear();
+        bool unended = false;
+        for (const QDate &day : {today.addDays(-1), today}) {
+            days.append({day, Recordings::read(Recordings::dayPath(directory, day))});
+            for (const RecordedRun &run : days.last().second.runs)
+                unended |= !run.ended;
+        }
+        if (!unended)
+            break;
+        QThread::msleep(scribeGraceMs);
+    }
+    return days;
+}
+
+} // namespace
+
+QString RecordingsReport::text(const QString &directory, const QDate &day,
+                               const Recordings::Day &runs)
+{
+    QString out = u"recordings of %1 in %2: %3 runs\n"_s.arg(day.toString(Qt::ISODate), directory)
+                      .arg(runs.runs.size());
+    for (const RecordedRun &run : runs.runs) {
+        const QString reference = run.answer().value("ReferenceNumber"_L1).toString();
+        out += u"  %1  %2%3  %4  %5\n"_s.arg(
+            summary(run).leftJustified(32), resultOf(run),
+            reference.isEmpty() ? QString() : u", reference number "_s + reference,
+            run.ended ? u"%1 ms"_s.arg(run.durationMs) : u"-"_s,
+            !run.ended      ? QString()
+            : run.delivered ? u"delivered"_s
+                            : u"NOT DELIVERED to the host"_s);
+    }
+    for (const QString &problem : runs.problems)
+        out += u"  note: "_s + problem + u'\n';
+    return out;
+}
+
+QString RecordingsReport::json(const QString &directory, const QDate &day,
+                               const Recordings::Day &runs)
+{
+    QJsonArray list;
+    for (const RecordedRun &run : runs.runs) {
+        const QJsonObject answer = run.answer();
+        QJsonObject item{{u"id"_s, run.id},
+                         {u"time"_s, run.started.toString(Qt::ISODateWithMs)},
+                         {u"operation"_s, operationName(run)},
+                         {u"arguments"_s, QJsonArray::fromStringList(run.arguments)},
+                         {u"ended"_s, run.ended}};
+        if (run.ended) {
+            item.insert(u"ending"_s, run.ending());
+            item.insert(u"durationMs"_s, run.durationMs);
+            item.insert(u"delivered"_s, run.delivered);
+            item.insert(u"status"_s, answer.value("Status"_L1));
+            item.insert(u"text"_s, answer.value("TextResponse"_L1));
+            item.insert(u"referenceNumber"_s, answer.value("ReferenceNumber"_L1));
+        }
+        list.append(item);
+    }
+    return JsonWriter()
+        .add(u"directory"_s, directory)
+        .add(u"day"_s, day.toString(Qt::ISODate))
+        .add(u"runs"_s, list)
+        .add(u"problems"_s, QJsonArray::fromStringList(runs.problems))
+        .toString();
+}
+
+void RecordingsReport::addFindings(const QString &directory, QStringList &problems,
+                                   QStringList &notes)
+{
+    if (!RecorderSetup::isOn(directory))
+        return;
+    notes.append(
+        u"the recorder is on: every run is recorded in %1"_s.arg(Recordings::folder(directory)));
+    const QDir dir(directory);
+    for (const char *program : {RecorderSetup::realClient, RecorderSetup::scribe})
+        if (!QFileInfo(dir.filePath(QLatin1StringView(program))).isExecutable())
+            problems.append(u"the recorder is on, but %1 is missing or not executable"_s.arg(
+                dir.filePath(QLatin1StringView(program))));
+    const QList<RunningClients::Client> clients = RunningClients::in(directory);
+    QDateTime lastLine;
+    for (const auto &[day, runs] : recentDays(directory)) {
+        notes += runs.problems;
+        for (const RecordedRun &run : runs.runs) {
+            lastLine = std::max(lastLine, run.started);
+            const QString reference = run.answer().value("ReferenceNumber"_L1).toString();
+            if (run.unseenApproval()) {
+                problems.append(u"an approval never reached the host: %1 %2, reference number %3, "
+                                u"authorization code %4 (run %5)"_s.arg(
+                                    day.toString(Qt::ISODate), summary(run), reference,
+                                    run.answer().value("AuthorizationCode"_L1).toString(), run.id));
+                notes.append(u"for the approval of %1: print the terminal's last slip with posctl "
+                             u"--dir %2 copy; if the till has no sale for it, cancel it with "
+                             u"posctl --dir %2 cancel %3 --rrn %4"_s.arg(
+                                 summary(run), directory, run.option(u"-a"_s), reference));
+            } else if (!run.ended && !running(run, clients)) {
+                problems.append(u"a run's outcome is unknown: %1 %2 started and no end was "
+                                u"recorded (its process group was killed, or the power was lost) "
+                                u"(run %3)"_s.arg(day.toString(Qt::ISODate), summary(run), run.id));
+                notes.append(u"for the run of %1: print the terminal's last slip with posctl --dir "
+                             u"%2 copy, or look at the terminal's journal, to learn how it "
+                             u"ended"_s.arg(summary(run), directory));
+            }
+        }
+    }
+    QString why;
+    if (const std::optional<QDateTime> failed = Recordings::failure(directory, why);
+        failed && (!lastLine.isValid() || *failed >= lastLine))
+        problems.append(u"the recorder could not write its recording at %1%2; the payments went "
+                        u"on unrecorded"_s.arg(failed->toString(Qt::ISODate),
+                                               why.isEmpty() ? QString() : u" ("_s + why + u')'));
+}

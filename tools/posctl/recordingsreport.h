@@ -1,0 +1,21 @@
+#pragma once
+
+#include <recordings.h>
+
+#include <QDate>
+#include <QString>
+#include <QStringList>
+
+// What posctl tells of the recorder's recordings: a day's runs for a person or a program, and
+// for check the runs that need a person.
+class RecordingsReport
+{
+public:
+    static QString text(const QString &directory, const QDate &day, const Recordings::Day &runs);
+    static QString json(const QString &directory, const QDate &day, const Recordings::Day &runs);
+
+    // For check, over today's and yesterday's recordings: an approval that never reached the
+    // host, a run whose outcome is unknown, each with what to do next; lines that cannot be
+    // read; a failure of the recorder to write.
+    static void addFindings(const QString &directory, QStringList &problems, QStringList &notes);
+};
