@@ -33,6 +33,7 @@
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -125,6 +126,120 @@ void spawnAndWait(const QByteArray &directory)
     }
     ::close(out[0]);
     ::waitpid(pid, nullptr, 0);
+}
+
+// One run of ./zelnorinpas in the directory as the host makes it, in milliseconds, with the
+// peak memory of what ran (the recorder and what it waited for) when asked.
+double timedRun(const QByteArray &directory, double *peakBytes = nullptr)
+{
+    const auto start = Clock::now();
+    int out[2];
+    if (::pipe2(out, O_CLOEXEC) != 0)
+        return 0;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addchdir_np(&actions, directory.constData());
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    char program[] = "./zelnorinpas";
+    char *argv[] = {program, nullptr};
+    pid_t pid = 0;
+    posix_spawn(&pid, program, &actions, nullptr, argv, environ);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(out[1]);
+    static char buffer[65536];
+    while (::read(out[0], buffer, sizeof buffer) > 0) {
+    }
+    ::close(out[0]);
+    rusage usage{};
+    ::wait4(pid, nullptr, 0, &usage);
+    if (peakBytes)
+        *peakBytes = double(usage.ru_maxrss) * 1024.0;
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+// A processing directory under base with a client, and the same with the recorder in front.
+struct RecordedTill
+{
+    RecordedTill(const QString &base, const QByteArray &client)
+        : plain(base + u"/bench-XXXXXX"_s)
+        , recorded(base + u"/bench-XXXXXX"_s)
+    {
+        writeFile(plain.filePath(u"zelnorinpas"_s), client, true);
+        writeFile(recorded.filePath(u"zelnorinpas.real"_s), client, true);
+        for (const auto &[from, to] : {std::pair{"zelnorinpas-recorder", "zelnorinpas"},
+                                       std::pair{"zelnorinpas-scribe", "zelnorinpas-scribe"}}) {
+            QFile::copy(QStringLiteral(RECORDER_DIR) + u'/' + QLatin1StringView(from),
+                        recorded.filePath(QLatin1StringView(to)));
+            QFile::setPermissions(recorded.filePath(QLatin1StringView(to)),
+                                  QFile::ReadOwner | QFile::ExeOwner);
+        }
+    }
+    QTemporaryDir plain;
+    QTemporaryDir recorded;
+};
+
+// The median of runs taken in turn with and without the recorder, each after a pause in which
+// the scribe of the run before has done its work, as it has between two payments.
+std::pair<double, double> recorderRuns(const RecordedTill &till, int runs)
+{
+    std::vector<double> plain, recorded;
+    for (int i = 0; i < runs; ++i) {
+        plain.push_back(timedRun(QFile::encodeName(till.plain.path())));
+        recorded.push_back(timedRun(QFile::encodeName(till.recorded.path())));
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    }
+    for (auto *times : {&plain, &recorded})
+        std::nth_element(times->begin(), times->begin() + runs / 2, times->end());
+    return {plain[size_t(runs / 2)], recorded[size_t(runs / 2)]};
+}
+
+void recorder()
+{
+    const QByteArray trivial = "#!/bin/sh\necho '{\"Status\":1}'\n";
+    // On tmpfs a flush to disk costs nothing: what is left is the recorder's own cost.
+    const RecordedTill inMemory(u"/dev/shm"_s, trivial);
+    const auto [plain, recorded] = recorderRuns(inMemory, 101);
+    add(u"one run of a trivial client through the recorder, recording to memory (tmpfs)"_s,
+        u"the same client run directly (medians of 101)"_s,
+        u"%1 ms added (%2 ms against %3 ms)"_s.arg(recorded - plain, 0, 'f', 2)
+            .arg(recorded, 0, 'f', 2)
+            .arg(plain, 0, 'f', 2),
+        u"at most 1 ms added"_s, recorded - plain <= 1.0);
+    const RecordedTill onDisk(QDir::currentPath(), trivial);
+    const auto [plainOnDisk, recordedOnDisk] = recorderRuns(onDisk, 31);
+    add(u"the same recording to disk: the start line's flush before the client starts"_s,
+        u"the run recording to memory"_s,
+        u"%1 ms more (%2 ms in all on %3)"_s
+            .arg(recordedOnDisk - plainOnDisk - (recorded - plain), 0, 'f', 2)
+            .arg(recordedOnDisk, 0, 'f', 2)
+            .arg(QDir::currentPath()),
+        u"-"_s, true);
+
+    // A 61 MB answer streams through: time, and the recorder's own memory.
+    RecordedTill big(u"/dev/shm"_s, "#!/bin/sh\ncat answer.json\n");
+    QByteArray answer = approvedAnswer(
+        u"0xDF^1^"_s + slipText().repeated(50 * 1024 * 1024 / slipText().size()) + u'~');
+    for (const QTemporaryDir *dir : {&big.plain, &big.recorded})
+        writeFile(dir->filePath(u"answer.json"_s), answer);
+    answer.clear();
+    std::vector<double> plainTimes, recordedTimes;
+    double peak = 0;
+    for (int i = 0; i < 5; ++i) {
+        plainTimes.push_back(timedRun(QFile::encodeName(big.plain.path())));
+        double runPeak = 0;
+        recordedTimes.push_back(timedRun(QFile::encodeName(big.recorded.path()), &runPeak));
+        peak = std::max(peak, runPeak);
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    }
+    std::sort(plainTimes.begin(), plainTimes.end());
+    std::sort(recordedTimes.begin(), recordedTimes.end());
+    add(u"a 61 MB answer through the recorder"_s, u"the same answer read directly (medians of 5)"_s,
+        ratio(recordedTimes[2] / plainTimes[2]) +
+            u" the time (%1 ms against %2 ms); the recorder's peak memory %3 MB"_s
+                .arg(recordedTimes[2], 0, 'f', 0)
+                .arg(plainTimes[2], 0, 'f', 0)
+                .arg(peak / (1024 * 1024), 0, 'f', 1),
+        u"at most 1.2 x, a few MB"_s, recordedTimes[2] / plainTimes[2] <= 1.2 && peak < 8e6);
 }
 
 void operation()
@@ -344,7 +459,7 @@ void falsePositives()
 class StartTimes : public ProcessMonitor
 {
 public:
-    void started(qint64, const QString &, const QString &) override
+    void started(qint64, const QString &, const QString &, std::chrono::milliseconds) override
     {
         times.push_back(Clock::now());
     }
@@ -487,7 +602,8 @@ int main(int argc, char *argv[])
         {u"tlv"_s, berTlvParsing},
         {u"masking"_s, logMasking},
         {u"falsepositives"_s, falsePositives},
-        {u"pacing"_s, pacing}};
+        {u"pacing"_s, pacing},
+        {u"recorder"_s, recorder}};
     for (const auto &[name, run] : all)
         if (only.isEmpty() || only.contains(name))
             run();

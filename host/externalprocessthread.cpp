@@ -196,7 +196,7 @@ void ExternalProcessThread::start()
     if (m_pidFd >= 0)
         ::fcntl(m_pidFd, F_SETFD, FD_CLOEXEC);
     if (ProcessMonitor *m = monitor.load())
-        m->started(m_pid, m_program, m_workingDirectory);
+        m->started(m_pid, m_program, m_workingDirectory, m_timeout);
 }
 
 bool ExternalProcessThread::exec()

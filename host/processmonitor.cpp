@@ -2,7 +2,7 @@
 
 ProcessMonitor::~ProcessMonitor() = default;
 
-void ProcessMonitor::started(qint64, const QString &, const QString &) {}
+void ProcessMonitor::started(qint64, const QString &, const QString &, std::chrono::milliseconds) {}
 
 void ProcessMonitor::failedToStart(const QString &, const QString &, int, const QString &) {}
 

@@ -4,6 +4,8 @@
 
 #include <QString>
 
+#include <chrono>
+
 // How one run of ExternalProcessThread ended.
 struct ProcessEnd
 {
@@ -23,8 +25,10 @@ class ZELNORHOST_EXPORT ProcessMonitor
 public:
     virtual ~ProcessMonitor();
 
-    // On the thread that called start(), as soon as the program runs.
-    virtual void started(qint64 processId, const QString &program, const QString &directory);
+    // On the thread that called start(), as soon as the program runs, with how long it may
+    // run before it is killed.
+    virtual void started(qint64 processId, const QString &program, const QString &directory,
+                         std::chrono::milliseconds timeout);
     // On the thread that called start(), when the program could not be started: the
     // operating system's error number and a sentence that says what was missing.
     virtual void failedToStart(const QString &program, const QString &directory, int osError,

@@ -3,6 +3,8 @@
 #include "processorfixture.h"
 
 #include <basicexception.h>
+#include <externalprocessthread.h>
+#include <processmonitor.h>
 #include <session.h>
 #include <singleton.h>
 
@@ -136,8 +138,25 @@ void tst_ClientRun::pacing_data()
     QTest::newRow("after a failed run") << QByteArray("exit 1");
 }
 
+namespace {
+
+// The time-outs the host's runner was given.
+class Timeouts : public ProcessMonitor
+{
+public:
+    void started(qint64, const QString &, const QString &,
+                 std::chrono::milliseconds timeout) override
+    {
+        given.append(timeout);
+    }
+    QList<std::chrono::milliseconds> given;
+};
+
+} // namespace
+
 // The next client starts no sooner than the interval after the previous run was stamped,
-// whether that run answered or failed; the first run of a processor does not wait.
+// whether that run answered or failed; the first run of a processor does not wait. Every
+// operation gives its client five minutes.
 void tst_ClientRun::pacing()
 {
     QFETCH(QByteArray, firstRun);
@@ -146,11 +165,15 @@ void tst_ClientRun::pacing()
     f.client.setBehaviour("if [ $n = 1 ]; then sleep 0.5; " + firstRun +
                           "; fi; echo '{\"Status\":1}'");
     const QuietLog quiet;
+    Timeouts timeouts;
+    ExternalProcessThread::setMonitor(&timeouts);
     const double called = now();
     f.processor->waitAndExecuteOperation(15, {}, nullptr);
     const double stamped = now();
     QVERIFY(f.client.startTime(1) - called < 0.9);
     f.processor->waitAndExecuteOperation(15, {}, nullptr);
+    ExternalProcessThread::setMonitor(nullptr);
+    QCOMPARE(timeouts.given, QList<std::chrono::milliseconds>(2, std::chrono::minutes(5)));
     QVERIFY2(f.client.startTime(2) >= stamped + 1.0 - 0.05,
              qPrintable(u"%1 after the stamp"_s.arg(f.client.startTime(2) - stamped)));
 }

@@ -9,10 +9,12 @@
 #include <processmonitor.h>
 
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QTest>
 
 #include <csignal>
+#include <sys/stat.h>
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
@@ -69,6 +71,7 @@ private Q_SLOTS:
     void runsThatNeedAPerson_data();
     void runsThatNeedAPerson();
     void replayedDay();
+    void onAndOff();
 };
 
 void tst_Recorder::transparent_data()
@@ -218,6 +221,30 @@ void tst_Recorder::replayedDay()
     QVERIFY(posctl(replaying.directory(), words("sale 5"))
                 .message()
                 .contains(u"все 10 запусков уже воспроизведены"_s));
+}
+
+// On puts the recorder in front of the client, once; off puts the very client file back and
+// leaves the directory as it was; each refuses what it cannot do.
+void tst_Recorder::onAndOff()
+{
+    FakeClient fake;
+    const QString client = QDir(fake.directory()).filePath(u"zelnorinpas"_s);
+    const auto inode = [](const QString &path) {
+        struct stat file = {};
+        ::stat(QFile::encodeName(path).constData(), &file);
+        return file.st_ino;
+    };
+    const ino_t before = inode(client);
+    const QStringList entries = QDir(fake.directory()).entryList(QDir::AllEntries | QDir::Hidden);
+    QCOMPARE(posctl(fake.directory(), words("recorder on")).exitCode, 0);
+    QVERIFY(QFileInfo(client + u".real"_s).isExecutable());
+    QVERIFY(posctl(fake.directory(), words("recorder on")).err.contains("already on"));
+    QCOMPARE(posctl(fake.directory(), words("recorder off")).exitCode, 0);
+    QCOMPARE(inode(client), before);
+    QCOMPARE(QDir(fake.directory()).entryList(QDir::AllEntries | QDir::Hidden), entries);
+    QVERIFY(posctl(fake.directory(), words("recorder off")).err.contains("not on"));
+    fake.removeClient();
+    QVERIFY(posctl(fake.directory(), words("recorder on")).err.contains("no payment client"));
 }
 
 QTEST_GUILESS_MAIN(tst_Recorder)

@@ -32,7 +32,8 @@ std::optional<ClientWatch::StartFailure> ClientWatch::lastStartFailure() const
     return m_startFailure;
 }
 
-void ClientWatch::started(qint64 processId, const QString &, const QString &directory)
+void ClientWatch::started(qint64 processId, const QString &, const QString &directory,
+                          std::chrono::milliseconds)
 {
     const QMutexLocker lock(&m_mutex);
     m_running = Client{processId, directory};

@@ -35,7 +35,8 @@ public:
     std::optional<ProcessEnd> lastEnd() const;
     std::optional<StartFailure> lastStartFailure() const;
 
-    void started(qint64 processId, const QString &program, const QString &directory) override;
+    void started(qint64 processId, const QString &program, const QString &directory,
+                 std::chrono::milliseconds timeout) override;
     void failedToStart(const QString &program, const QString &directory, int osError,
                        const QString &reason) override;
     void finished(const ProcessEnd &end) override;

@@ -7,6 +7,8 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <cstdio>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -30,7 +32,8 @@ bool place(const QString &from, const QString &to, QFile::Permissions permission
     const QString temporary = to + u".new"_s;
     QFile::remove(temporary);
     if (!QFile::copy(from, temporary) || !QFile::setPermissions(temporary, permissions) ||
-        !QFile::rename(temporary, to)) {
+        ::rename(QFile::encodeName(temporary).constData(), QFile::encodeName(to).constData()) !=
+            0) {
         error = u"cannot put %1 in place of %2"_s.arg(from, to);
         QFile::remove(temporary);
         return false;
@@ -107,8 +110,10 @@ bool RecorderSetup::turnOff(const QString &directory, QString &message)
     }
     if (message = busy(directory); !message.isEmpty())
         return false;
-    // The recorder goes, and the client, the very same file, takes its name back.
-    if (!QFile::rename(realPath, clientPath)) {
+    // The recorder goes, and the client, the very same file, takes its name back: one rename,
+    // which replaces the recorder at once (QFile::rename would refuse to).
+    if (::rename(QFile::encodeName(realPath).constData(),
+                 QFile::encodeName(clientPath).constData()) != 0) {
         message = u"cannot put the client %1 back as %2"_s.arg(realPath, clientPath);
         return false;
     }

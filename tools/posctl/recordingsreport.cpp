@@ -101,7 +101,7 @@ QString RecordingsReport::text(const QString &directory, const QDate &day,
     for (const RecordedRun &run : runs.runs) {
         const QString reference = run.answer().value("ReferenceNumber"_L1).toString();
         out += u"  %1  %2%3  %4  %5\n"_s.arg(
-            summary(run).leftJustified(32), resultOf(run),
+            summary(run).leftJustified(36), resultOf(run),
             reference.isEmpty() ? QString() : u", reference number "_s + reference,
             run.ended ? u"%1 ms"_s.arg(run.durationMs) : u"-"_s,
             !run.ended      ? QString()
