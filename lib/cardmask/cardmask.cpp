@@ -1,5 +1,7 @@
 #include "cardmask.h"
 
+#include "escape.h"
+
 #include <QChar>
 
 #include <algorithm>
@@ -58,17 +60,6 @@ bool isSeparator(char16_t c)
         return true;
     const QChar::Category category = ch.category();
     return category == QChar::Other_Control || category == QChar::Other_Format;
-}
-
-int hexValue(char16_t c)
-{
-    if (isDigit(c))
-        return c - u'0';
-    if (c >= u'A' && c <= u'F')
-        return c - u'A' + 10;
-    if (c >= u'a' && c <= u'f')
-        return c - u'a' + 10;
-    return -1;
 }
 
 // Digits written together, between separators. Its digits are kept as they were read, since
@@ -279,11 +270,11 @@ qsizetype Scanner::panTag(qsizetype start, qsizetype end)
     int bytes = -1;
     qsizetype valueStart = start;
     if (isTag(start - 2, u'A') && end - start >= 2) { // a length of two digits, read with the group
-        bytes = hexValue(at(start)) * 16 + hexValue(at(start + 1));
+        bytes = Escape::hexDigit(at(start)) * 16 + Escape::hexDigit(at(start + 1));
         valueStart = start + 2;
-    } else if (isTag(start - 4, u'A') && hexValue(at(start - 2)) >= 0 &&
-               hexValue(at(start - 1)) >= 0) {
-        bytes = hexValue(at(start - 2)) * 16 + hexValue(at(start - 1));
+    } else if (isTag(start - 4, u'A') && Escape::hexDigit(at(start - 2)) >= 0 &&
+               Escape::hexDigit(at(start - 1)) >= 0) {
+        bytes = Escape::hexDigit(at(start - 2)) * 16 + Escape::hexDigit(at(start - 1));
     }
     if (bytes < shortestTrackNumber / 2 || bytes > (longestCard + 1) / 2)
         return -1;
@@ -323,8 +314,8 @@ qsizetype Scanner::track2(qsizetype start, qsizetype end, bool grouped)
     qsizetype numberStart = start;
     qsizetype valueEnd = -1;
     const auto tagLength = [&](qsizetype tag) {
-        const int high = hexValue(at(tag + 2));
-        const int low = hexValue(at(tag + 3));
+        const int high = Escape::hexDigit(at(tag + 2));
+        const int low = Escape::hexDigit(at(tag + 3));
         return high < 0 || low < 0 ? -1 : 2 * (high * 16 + low);
     };
     if (!grouped && end - start >= 4 + shortestTrackNumber) {

@@ -37,17 +37,6 @@ char16_t shortEscape(char16_t c)
     }
 }
 
-int hexValue(char16_t c)
-{
-    if (c >= u'0' && c <= u'9')
-        return c - u'0';
-    if (c >= u'a' && c <= u'f')
-        return c - u'a' + 10;
-    if (c >= u'A' && c <= u'F')
-        return c - u'A' + 10;
-    return -1;
-}
-
 // Whether a block of eight characters from text holds one that needs an escape; text that
 // needs none, the most of it, is passed over eight characters at a time.
 #ifdef __SSE2__
@@ -180,7 +169,7 @@ void Escape::appendDecoded(QString &out, QStringView text)
             if (slash + 6 <= size) {
                 int value = 0;
                 for (qsizetype k = slash + 2; k < slash + 6 && value >= 0; ++k) {
-                    const int digit = hexValue(read[k]);
+                    const int digit = hexDigit(read[k]);
                     value = digit < 0 ? -1 : value * 16 + digit;
                 }
                 if (value >= 0) {
@@ -211,4 +200,15 @@ QString Escape::decoded(QStringView text)
     out.reserve(text.size());
     appendDecoded(out, text);
     return out;
+}
+
+int Escape::hexDigit(char16_t c)
+{
+    if (c >= u'0' && c <= u'9')
+        return c - u'0';
+    if (c >= u'a' && c <= u'f')
+        return c - u'a' + 10;
+    if (c >= u'A' && c <= u'F')
+        return c - u'A' + 10;
+    return -1;
 }

@@ -21,4 +21,7 @@ public:
     // wherever they stand; a backslash that starts no escape stays as it is.
     static void appendDecoded(QString &out, QStringView text);
     static QString decoded(QStringView text);
+
+    // The value of a hexadecimal digit of either case, or -1.
+    static int hexDigit(char16_t c);
 };

@@ -1,6 +1,7 @@
 #include "paymentplugin.h"
 
-#include <QCoreApplication>
+#include "installedfiles.h"
+
 #include <QFileInfo>
 #include <QJsonObject>
 
@@ -8,13 +9,8 @@ using namespace Qt::Literals::StringLiterals;
 
 QString PaymentPlugin::defaultPath()
 {
-    const QString name = QStringLiteral(INPAS_PLUGIN_FILE_NAME);
-    const QString dir = QCoreApplication::applicationDirPath();
-    const QString beside = dir + u'/' + name;
-    if (QFileInfo::exists(beside))
-        return beside;
-    return QFileInfo(dir + u"/../"_s + QStringLiteral(INPAS_INSTALL_PLUGINDIR) + u'/' + name)
-        .absoluteFilePath();
+    return InstalledFiles::path(QStringLiteral(INPAS_PLUGIN_FILE_NAME),
+                                QStringLiteral(INPAS_INSTALL_PLUGINDIR));
 }
 
 bool PaymentPlugin::load(const QString &path, QString &error)

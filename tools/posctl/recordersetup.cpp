@@ -1,8 +1,8 @@
 #include "recordersetup.h"
 
+#include "installedfiles.h"
 #include "runningclients.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -12,18 +12,6 @@
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-
-// The recorder's programs as the build or the install lays them out: beside posctl, or in the
-// install's recorder folder.
-QString installed(const QString &name)
-{
-    const QString dir = QCoreApplication::applicationDirPath();
-    const QString beside = dir + u'/' + name;
-    if (QFileInfo::exists(beside))
-        return beside;
-    return QFileInfo(dir + u"/../"_s + QStringLiteral(INPAS_INSTALL_RECORDERDIR) + u'/' + name)
-        .absoluteFilePath();
-}
 
 // Copies a program into place under a temporary name first, so that a client run never finds
 // half of it.
@@ -72,8 +60,10 @@ bool RecorderSetup::turnOn(const QString &directory, QString &message)
     }
     if (message = busy(directory); !message.isEmpty())
         return false;
-    const QString recorder = installed(u"zelnorinpas-recorder"_s);
-    const QString scribeProgram = installed(QLatin1StringView(scribe));
+    const QString recorder =
+        InstalledFiles::path(u"zelnorinpas-recorder"_s, QStringLiteral(INPAS_INSTALL_RECORDERDIR));
+    const QString scribeProgram =
+        InstalledFiles::path(QLatin1StringView(scribe), QStringLiteral(INPAS_INSTALL_RECORDERDIR));
     for (const QString &program : {recorder, scribeProgram}) {
         if (!QFileInfo(program).isExecutable()) {
             message = u"the recorder is not installed: there is no %1"_s.arg(program);
