@@ -66,7 +66,7 @@ bool RecordingWriter::write(const std::string &line, std::string &why)
         why = "cannot create " + m_folder + ": " + std::strerror(errno);
         return false;
     }
-    const Descriptor file{::open(m_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600)};
+    const Descriptor file{::open(m_path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0600)};
     if (file.fd < 0 || ::flock(file.fd, LOCK_EX) != 0) {
         why = "cannot open " + m_path + ": " + std::strerror(errno);
         return false;
@@ -74,11 +74,9 @@ bool RecordingWriter::write(const std::string &line, std::string &why)
     std::string text;
     struct stat state = {};
     char last = '\n';
-    if (::fstat(file.fd, &state) == 0 && state.st_size > 0) {
-        const Descriptor reader{::open(m_path.c_str(), O_RDONLY | O_CLOEXEC)};
-        if (reader.fd < 0 || ::pread(reader.fd, &last, 1, state.st_size - 1) != 1)
-            last = '\n';
-    }
+    if (::fstat(file.fd, &state) == 0 && state.st_size > 0 &&
+        ::pread(file.fd, &last, 1, state.st_size - 1) != 1)
+        last = '\n';
     if (last != '\n')
         text += '\n'; // ends a line torn by an earlier writer
     text += line;

@@ -28,7 +28,6 @@
 #include <poll.h>
 #include <spawn.h>
 #include <string>
-#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -41,8 +40,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The first part of each stream that the recording keeps; the rest is counted and hashed.
-constexpr size_t keptBytes = 1 << 20;
+// The first part of each stream that the recording keeps; the rest is counted and hashed. An
+// answer is a few kilobytes; a full report some tens.
+constexpr size_t keptBytes = 256 * 1024;
 // How long the output is still read after the client ended, for what a child of it may hold
 // open: the host's runner gives up after as long.
 constexpr std::chrono::milliseconds drainGrace{200};
@@ -171,51 +171,81 @@ std::string ownDirectory()
     return processingDirectory(path);
 }
 
-// A memory file that holds the bytes, for the scribe to read.
-int memoryFile(const std::string &bytes)
+// The scribe, started while the client runs so that its start-up is off the host's way, and
+// fed the run's end through a pipe once it is known. It holds none of the host's descriptors;
+// the host does not wait for it. Should this process be killed, the scribe reads nothing and
+// writes nothing: a start without an end is what such a run is.
+class Scribe
 {
-    const int fd = int(::syscall(SYS_memfd_create, "recorded", 0));
-    if (fd < 0)
-        return -1;
-    for (size_t done = 0; done < bytes.size();) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n <= 0)
-            break;
-        done += size_t(n);
+public:
+    Scribe(const std::string &directory, std::time_t day)
+        : m_directory(directory)
+        , m_day(day)
+    {
+        int pipe[2];
+        if (::pipe2(pipe, O_CLOEXEC) != 0) {
+            m_error = errno;
+            return;
+        }
+        const std::string program = ownDirectory() + '/' + scribe;
+        const std::string dayText = std::to_string(day);
+        const char *arguments[] = {program.c_str(), directory.c_str(), dayText.c_str(), nullptr};
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, pipe[0], STDIN_FILENO);
+        for (int fd : {STDOUT_FILENO, STDERR_FILENO})
+            posix_spawn_file_actions_addopen(&actions, fd, "/dev/null", O_WRONLY, 0);
+        pid_t pid = 0;
+        m_error = posix_spawn(&pid, program.c_str(), &actions, nullptr,
+                              const_cast<char **>(arguments), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(pipe[0]);
+        m_pipe = pipe[1];
+        if (m_error != 0)
+            m_program = program;
     }
-    return fd;
-}
+    ~Scribe()
+    {
+        if (m_pipe >= 0)
+            ::close(m_pipe);
+    }
 
-// Hands the end of the run to the scribe, in a process of its own that the host does not wait
-// for: it holds none of the host's descriptors.
-void startScribe(const std::string &directory, std::time_t day, const std::string &end,
-                 const Stream &out, const Stream &err)
-{
-    const int outFd = memoryFile(out.head);
-    const int errFd = memoryFile(err.head);
-    const pid_t pid = ::fork();
-    if (pid != 0) {
-        for (int fd : {outFd, errFd})
-            if (fd >= 0)
-                ::close(fd);
-        return;
+    // The end line without the outputs, then each kept output as its length and its bytes.
+    void hand(const std::string &end, const Stream &out, const Stream &err)
+    {
+        if (m_error != 0) {
+            // No scribe: the end is kept without the outputs, which only the scribe may write.
+            RecordingWriter(m_directory, m_day)
+                .append(end.substr(0, end.size() - 1) + ",\"scribe\":" +
+                        jsonString(m_program + ": " + std::strerror(m_error)) + '}');
+            return;
+        }
+        write(end + '\n');
+        for (const Stream *stream : {&out, &err}) {
+            write(std::to_string(stream->head.size()) + '\n');
+            write(stream->head);
+        }
     }
-    const int null = ::open("/dev/null", O_RDWR);
-    for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-        ::dup2(null, fd);
-    const std::string program = ownDirectory() + '/' + scribe;
-    const std::string dayText = std::to_string(day);
-    const std::string outText = std::to_string(outFd);
-    const std::string errText = std::to_string(errFd);
-    const char *arguments[] = {program.c_str(), directory.c_str(), dayText.c_str(), end.c_str(),
-                               outText.c_str(), errText.c_str(),   nullptr};
-    ::execv(program.c_str(), const_cast<char **>(arguments));
-    // No scribe: the end is kept without the outputs, which only the scribe may write.
-    RecordingWriter(directory, day)
-        .append(end.substr(0, end.size() - 1) +
-                ",\"scribe\":" + jsonString(program + ": " + std::strerror(errno)) + '}');
-    ::_exit(0);
-}
+
+private:
+    void write(const std::string &text)
+    {
+        for (size_t done = 0; done < text.size();) {
+            const ssize_t n = ::write(m_pipe, text.data() + done, text.size() - done);
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0)
+                return;
+            done += size_t(n);
+        }
+    }
+
+    std::string m_directory;
+    std::time_t m_day;
+    std::string m_program;
+    int m_pipe = -1;
+    int m_error = 0;
+};
 
 // Ends this process as the client ended: with its exit status, or by the same signal.
 [[noreturn]] void endAs(int status)
@@ -260,6 +290,7 @@ int main(int argc, char *argv[])
 
     Stream out;
     Stream err;
+    out.head.reserve(keptBytes);
     out.to = STDOUT_FILENO;
     err.to = STDERR_FILENO;
     int outPipe[2] = {-1, -1};
@@ -294,17 +325,18 @@ int main(int argc, char *argv[])
         ::fcntl(out.from, F_SETFL, O_NONBLOCK);
         ::fcntl(err.from, F_SETFL, O_NONBLOCK);
     }
+    Scribe scribeProcess(directory, day);
     if (spawnError != 0) {
         const std::string why = client + ": " + std::strerror(spawnError);
         const std::string text = "zelnorinpas: cannot start the payment client " + why + '\n';
         err.take(text.data(), text.size());
-        startScribe(directory, day,
-                    "{\"event\":\"end\",\"id\":" + jsonString(id) +
-                        ",\"time\":" + jsonString(isoTime(std::chrono::system_clock::now())) +
-                        ",\"durationMs\":0,\"startError\":" + jsonString(why) +
-                        ",\"exitStatus\":127,\"delivered\":" + (err.passing ? "true" : "false") +
-                        ",\"stdoutBytes\":0,\"stderrBytes\":" + std::to_string(err.bytes) + '}',
-                    out, err);
+        scribeProcess.hand(
+            "{\"event\":\"end\",\"id\":" + jsonString(id) +
+                ",\"time\":" + jsonString(isoTime(std::chrono::system_clock::now())) +
+                ",\"durationMs\":0,\"startError\":" + jsonString(why) +
+                ",\"exitStatus\":127,\"delivered\":" + (err.passing ? "true" : "false") +
+                ",\"stdoutBytes\":0,\"stderrBytes\":" + std::to_string(err.bytes) + '}',
+            out, err);
         return 127;
     }
 
@@ -370,6 +402,6 @@ int main(int argc, char *argv[])
                    "Sha256\":" + jsonString(stream->hash.hex());
     }
     end += '}';
-    startScribe(directory, day, end, out, err);
+    scribeProcess.hand(end, out, err);
     endAs(status);
 }

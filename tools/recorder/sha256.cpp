@@ -2,6 +2,10 @@
 
 #include <cstring>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 namespace {
 
 constexpr uint32_t rounds[64] = {
@@ -26,7 +30,7 @@ Sha256::Sha256()
               0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19}
 {}
 
-void Sha256::block(const unsigned char *data)
+void Sha256::portableBlock(const unsigned char *data)
 {
     uint32_t w[64];
     for (int i = 0; i < 16; ++i)
@@ -63,6 +67,67 @@ void Sha256::block(const unsigned char *data)
     m_state[7] += h;
 }
 
+#if defined(__x86_64__)
+// The SHA extensions' form of the rounds: the state as ABEF and CDGH, four rounds per pair of
+// instructions, the message schedule by sha256msg1/msg2.
+__attribute__((target("sha,sse4.1"))) void shaBlocks(uint32_t state[8], const unsigned char *data,
+                                                     size_t count)
+{
+    const __m128i byteOrder = _mm_set_epi64x(0x0c0d0e0f08090a0bULL, 0x0405060700010203ULL);
+    __m128i tmp = _mm_loadu_si128(reinterpret_cast<const __m128i *>(&state[0]));
+    __m128i state1 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(&state[4]));
+    tmp = _mm_shuffle_epi32(tmp, 0xB1);               // CDAB
+    state1 = _mm_shuffle_epi32(state1, 0x1B);         // EFGH
+    __m128i state0 = _mm_alignr_epi8(tmp, state1, 8); // ABEF
+    state1 = _mm_blend_epi16(state1, tmp, 0xF0);      // CDGH
+
+    for (; count > 0; --count, data += 64) {
+        const __m128i abefSave = state0;
+        const __m128i cdghSave = state1;
+        __m128i msg[4];
+        for (int i = 0; i < 4; ++i)
+            msg[i] = _mm_shuffle_epi8(
+                _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + 16 * i)), byteOrder);
+        for (int i = 0; i < 16; ++i) {
+            __m128i m = msg[i % 4];
+            __m128i k = _mm_add_epi32(
+                m, _mm_loadu_si128(reinterpret_cast<const __m128i *>(&rounds[4 * i])));
+            state1 = _mm_sha256rnds2_epu32(state1, state0, k);
+            k = _mm_shuffle_epi32(k, 0x0E);
+            state0 = _mm_sha256rnds2_epu32(state0, state1, k);
+            if (i < 12) {
+                // The schedule's next four words, from the four before them.
+                __m128i next = _mm_sha256msg1_epu32(msg[i % 4], msg[(i + 1) % 4]);
+                next = _mm_add_epi32(next, _mm_alignr_epi8(msg[(i + 3) % 4], msg[(i + 2) % 4], 4));
+                msg[i % 4] = _mm_sha256msg2_epu32(next, msg[(i + 3) % 4]);
+            }
+        }
+        state0 = _mm_add_epi32(state0, abefSave);
+        state1 = _mm_add_epi32(state1, cdghSave);
+    }
+
+    tmp = _mm_shuffle_epi32(state0, 0x1B);       // FEBA
+    state1 = _mm_shuffle_epi32(state1, 0xB1);    // DCHG
+    state0 = _mm_blend_epi16(tmp, state1, 0xF0); // DCBA
+    state1 = _mm_alignr_epi8(state1, tmp, 8);    // ABEF
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(&state[0]), state0);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(&state[4]), state1);
+}
+#endif
+
+void Sha256::blocks(const unsigned char *data, size_t count)
+{
+#if defined(__x86_64__)
+    static const bool hasSha = __builtin_cpu_supports("sha") && __builtin_cpu_supports("sse4.1");
+    if (hasSha) {
+        shaBlocks(m_state, data, count);
+        return;
+    }
+#endif
+    for (; count > 0; --count, data += 64)
+        portableBlock(data);
+}
+
 void Sha256::add(const char *data, size_t size)
 {
     const auto *bytes = reinterpret_cast<const unsigned char *>(data);
@@ -75,11 +140,12 @@ void Sha256::add(const char *data, size_t size)
         size -= take;
         if (m_buffered < sizeof m_buffer)
             return;
-        block(m_buffer);
+        blocks(m_buffer, 1);
         m_buffered = 0;
     }
-    for (; size >= 64; size -= 64, bytes += 64)
-        block(bytes);
+    blocks(bytes, size / 64);
+    bytes += size / 64 * 64;
+    size %= 64;
     std::memcpy(m_buffer, bytes, size);
     m_buffered = size;
 }
