@@ -46,6 +46,10 @@ Replay::Answer Replay::next(const QString &recording, double speed, const Emulat
 {
     Answer answer;
     const QString path = QFileInfo(recording).absoluteFilePath();
+    if (!QFileInfo(path).isFile()) {
+        answer.refusal = u"воспроизведение: записи %1 нет"_s.arg(path);
+        return answer;
+    }
     const Recordings::Day day = Recordings::read(path);
     const int next = position(path);
     const QString asked =
