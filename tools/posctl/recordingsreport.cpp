@@ -96,8 +96,9 @@ QList<std::pair<QDate, Recordings::Day>> recentDays(const QString &directory)
 QString RecordingsReport::text(const QString &directory, const QDate &day,
                                const Recordings::Day &runs)
 {
-    QString out = u"recordings of %1 in %2: %3 runs\n"_s.arg(day.toString(Qt::ISODate), directory)
-                      .arg(runs.runs.size());
+    QString out = u"recordings of %1 in %2: %3 run%4\n"_s.arg(day.toString(Qt::ISODate), directory)
+                      .arg(runs.runs.size())
+                      .arg(runs.runs.size() == 1 ? QString() : u"s"_s);
     for (const RecordedRun &run : runs.runs) {
         const QString reference = run.answer().value("ReferenceNumber"_L1).toString();
         out += u"  %1  %2%3  %4  %5\n"_s.arg(
