@@ -130,6 +130,19 @@ double timedRun(const QByteArray &directory)
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
+// The recorder and its scribe in front of the directory's client, zelnorinpas.real, as
+// posctl recorder on puts them.
+void putRecorder(const QTemporaryDir &directory)
+{
+    for (const auto &[from, to] : {std::pair{"zelnorinpas-recorder", "zelnorinpas"},
+                                   std::pair{"zelnorinpas-scribe", "zelnorinpas-scribe"}}) {
+        QFile::copy(QStringLiteral(RECORDER_DIR) + u'/' + QLatin1StringView(from),
+                    directory.filePath(QLatin1StringView(to)));
+        QFile::setPermissions(directory.filePath(QLatin1StringView(to)),
+                              QFile::ReadOwner | QFile::ExeOwner);
+    }
+}
+
 // The peak memory of ./zelnorinpas itself over one run in the directory, read from its
 // high-water mark while it runs: what wait4() reports of a spawned program includes its
 // parent's peak, which is the bench's.
@@ -477,13 +490,7 @@ void peakMemory(const QString &self)
     writeFile(recorded.filePath(u"zelnorinpas.conf"_s), "[Client]\nintervalBetweenOperations=0\n");
     ::link(QFile::encodeName(till.filePath(u"answer.json"_s)).constData(),
            QFile::encodeName(recorded.filePath(u"answer.json"_s)).constData());
-    for (const auto &[from, to] : {std::pair{"zelnorinpas-recorder", "zelnorinpas"},
-                                   std::pair{"zelnorinpas-scribe", "zelnorinpas-scribe"}}) {
-        QFile::copy(QStringLiteral(RECORDER_DIR) + u'/' + QLatin1StringView(from),
-                    recorded.filePath(QLatin1StringView(to)));
-        QFile::setPermissions(recorded.filePath(QLatin1StringView(to)),
-                              QFile::ReadOwner | QFile::ExeOwner);
-    }
+    putRecorder(recorded);
     std::vector<double> direct, through;
     for (int i = 0; i < 3; ++i) {
         direct.push_back(posctlOnBigAnswer(till, "--json").second);
@@ -541,13 +548,7 @@ struct RecordedTill
     {
         writeFile(plain.filePath(u"zelnorinpas"_s), client, true);
         writeFile(recorded.filePath(u"zelnorinpas.real"_s), client, true);
-        for (const auto &[from, to] : {std::pair{"zelnorinpas-recorder", "zelnorinpas"},
-                                       std::pair{"zelnorinpas-scribe", "zelnorinpas-scribe"}}) {
-            QFile::copy(QStringLiteral(RECORDER_DIR) + u'/' + QLatin1StringView(from),
-                        recorded.filePath(QLatin1StringView(to)));
-            QFile::setPermissions(recorded.filePath(QLatin1StringView(to)),
-                                  QFile::ReadOwner | QFile::ExeOwner);
-        }
+        putRecorder(recorded);
     }
     QTemporaryDir plain;
     QTemporaryDir recorded;

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #if defined(__x86_64__)
+#include <cpuid.h>
 #include <immintrin.h>
 #endif
 
@@ -118,7 +119,13 @@ __attribute__((target("sha,sse4.1"))) void shaBlocks(uint32_t state[8], const un
 void Sha256::blocks(const unsigned char *data, size_t count)
 {
 #if defined(__x86_64__)
-    static const bool hasSha = __builtin_cpu_supports("sha") && __builtin_cpu_supports("sse4.1");
+    // CPUID: SHA in leaf 7 (EBX bit 29), SSE4.1 in leaf 1 (ECX bit 19).
+    static const bool hasSha = [] {
+        unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+        if (!__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) || !(ebx & (1u << 29)))
+            return false;
+        return __get_cpuid(1, &eax, &ebx, &ecx, &edx) && (ecx & (1u << 19));
+    }();
     if (hasSha) {
         shaBlocks(m_state, data, count);
         return;
