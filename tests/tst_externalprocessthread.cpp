@@ -203,6 +203,7 @@ void tst_ExternalProcessThread::interruptReachesProgramEvenWhenHostIgnoresIt()
     QTRY_VERIFY(QFile::exists(ready));
     ::kill(pid_t(runner.processId()), SIGINT);
     QVERIFY(runner.exec());
+    ::kill(-pid_t(runner.processId()), SIGKILL); // the sleep it left behind
     ::signal(SIGINT, previous);
     QCOMPARE(runner.standardOutput(), u"interrupted\n"_s);
 }
