@@ -24,13 +24,6 @@ LogValue LogValue::arguments(int operationCode, QMap<QString, QVariant> argument
     return {Form::Arguments, ValueKind::Host, QString::number(operationCode), std::move(arguments)};
 }
 
-QString LogValue::logged() const
-{
-    QString line;
-    appendTo(line);
-    return line;
-}
-
 void LogValue::appendTo(QString &line) const
 {
     const auto value = [&line](ValueKind kind, QStringView text) {

@@ -25,8 +25,7 @@ public:
     // the option's kind (the customer's QR code by its length, found by its option).
     static LogValue arguments(int operationCode, QMap<QString, QVariant> arguments);
 
-    QString logged() const;
-    // The same, written at the end of a line.
+    // The value as the line shows it, written at the end of the line.
     void appendTo(QString &line) const;
 
     // The pattern, a text of ours, with %1 to %9 replaced by the values as logged.

@@ -40,6 +40,8 @@ public:
 
 private:
     bool peek(char16_t c) const { return m_pos < m_in.size() && m_in.at(m_pos) == c; }
+    template<typename Element>
+    bool list(char16_t open, char16_t close, Element element);
     bool object();
     bool array(ValueKind kind);
     void string(ValueKind kind, QString *key);
@@ -77,26 +79,18 @@ bool Writer::value(ValueKind kind)
     }
 }
 
-bool Writer::object()
+// Elements between brackets, split by commas: an object's members or an array's values.
+template<typename Element>
+bool Writer::list(char16_t open, char16_t close, Element element)
 {
     if (++m_depth > OutputMask::maxDepth)
         return false;
-    m_out += u'{';
+    m_out += QChar(open);
     ++m_pos;
     skipBlanks();
-    if (!peek(u'}')) {
+    if (!peek(close)) {
         for (;;) {
-            skipBlanks();
-            if (!peek(u'"'))
-                return false;
-            QString key;
-            string(ValueKind::ClientText, &key);
-            skipBlanks();
-            if (!peek(u':'))
-                return false;
-            m_out += u':';
-            ++m_pos;
-            if (!value(FieldKinds::ofAnswerField(u16(key))))
+            if (!element())
                 return false;
             skipBlanks();
             if (!peek(u','))
@@ -105,38 +99,36 @@ bool Writer::object()
             ++m_pos;
         }
     }
-    if (!peek(u'}'))
+    if (!peek(close))
         return false;
-    m_out += u'}';
+    m_out += QChar(close);
     ++m_pos;
     --m_depth;
     return true;
 }
 
+// Each member's value is masked by the kind of its key.
+bool Writer::object()
+{
+    return list(u'{', u'}', [this] {
+        skipBlanks();
+        if (!peek(u'"'))
+            return false;
+        QString key;
+        string(ValueKind::ClientText, &key);
+        skipBlanks();
+        if (!peek(u':'))
+            return false;
+        m_out += u':';
+        ++m_pos;
+        return value(FieldKinds::ofAnswerField(u16(key)));
+    });
+}
+
+// An array's values are of the kind of the member that holds it.
 bool Writer::array(ValueKind kind)
 {
-    if (++m_depth > OutputMask::maxDepth)
-        return false;
-    m_out += u'[';
-    ++m_pos;
-    skipBlanks();
-    if (!peek(u']')) {
-        for (;;) {
-            if (!value(kind))
-                return false;
-            skipBlanks();
-            if (!peek(u','))
-                break;
-            m_out += u',';
-            ++m_pos;
-        }
-    }
-    if (!peek(u']'))
-        return false;
-    m_out += u']';
-    ++m_pos;
-    --m_depth;
-    return true;
+    return list(u'[', u']', [this, kind] { return value(kind); });
 }
 
 // A string, decoded, masked by its kind and written escaped. One that does not end runs to the

@@ -85,7 +85,6 @@ Recordings::Day Recordings::read(const QString &path)
         if (kind == "start"_L1) {
             RecordedRun run;
             run.id = id;
-            run.line = number;
             run.started =
                 QDateTime::fromString(event.value("time"_L1).toString(), Qt::ISODateWithMs);
             run.processId = event.value("pid"_L1).toInteger();
@@ -112,8 +111,6 @@ Recordings::Day Recordings::read(const QString &path)
         run.delivered = event.value("delivered"_L1).toBool(true);
         run.standardOutput = streamOf(event, "stdout"_L1);
         run.standardError = streamOf(event, "stderr"_L1);
-        run.outputBytes = event.value("stdoutBytes"_L1).toInteger();
-        run.outputCut = event.value("stdoutCut"_L1).toBool();
     }
     return day;
 }

@@ -17,7 +17,6 @@ struct RecordedRun
     QDateTime started;
     qint64 processId = 0;  // the recorder's, which the host saw as the client's
     QStringList arguments; // the customer's code by its length
-    int line = 0;
 
     bool ended = false; // no end line: the outcome is unknown (killed, power lost)
     qint64 durationMs = 0;
@@ -27,8 +26,6 @@ struct RecordedRun
     bool delivered = true;     // the answer reached the host
     QByteArray standardOutput; // card data masked; cut at the recorder's limit when large
     QByteArray standardError;
-    qint64 outputBytes = 0;
-    bool outputCut = false;
 
     QString operation() const { return arguments.value(0); }
     // The value of an option of the client's command line, read in pairs as the client does.
