@@ -6,7 +6,7 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test demo bench fuzz package package-check install asan clean format
+.PHONY: all deps configure build test quick stress faults demo bench fuzz package package-check install asan clean format
 
 all: build
 
@@ -21,6 +21,20 @@ build: configure
 
 test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure --parallel $(JOBS) --timeout 300
+
+# The quick loop: every test but the soak.
+quick: build
+	cd $(BUILD_DIR) && ctest --output-on-failure --parallel $(JOBS) --timeout 300 --label-exclude soak
+
+# The whole suite RUNS times beside BUSY processes that fork and exec without pause.
+RUNS ?= 5
+BUSY ?= 6
+stress: build
+	scripts/stress-test -n $(RUNS) -m $(BUSY) $(BUILD_DIR)
+
+# Plants each fault of tests/faults.json in a clone of HEAD and runs the tests (tens of minutes).
+faults: deps
+	scripts/plant-faults tests/faults.json
 
 demo: build
 	scripts/demo $(BUILD_DIR)

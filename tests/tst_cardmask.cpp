@@ -1,91 +1,30 @@
-// What the plug-in's log shows of card data: every line of an operation, at every level, read
-// after its escapes are decoded, against what the client answered and what the host asked.
+// The card rule as a rule, apart from the plug-in: case files of text and of client output, each
+// <case>.in with the <case>.expected that the log and the recordings may show of it, and the
+// escapes every logged value goes through.
 
-#include "logcapture.h"
-#include "processorfixture.h"
+#include <cardmask.h>
+#include <escape.h>
+#include <escapeblock.h>
+#include <outputmask.h>
 
-#include <singleton.h>
-#include <tlv/bertlv.h>
-#include <valutcollection.h>
-
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QLoggingCategory>
+#include <QDir>
+#include <QFile>
 #include <QTest>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-// A number of the given length that passes the Luhn check, from a prefix and a fixed filling.
-QString card(const QString &prefix, int length)
+// A case file's text: UTF-8, the one line end an editor adds at the end not part of it.
+QString caseText(const QString &path)
 {
-    QString digits = prefix;
-    while (digits.size() < length - 1)
-        digits += QChar(char16_t(u'0' + (digits.size() * 7 + 3) % 10));
-    int sum = 0;
-    for (qsizetype k = 0; k < digits.size(); ++k) {
-        const int digit = digits.at(digits.size() - 1 - k).digitValue();
-        sum += k % 2 == 0 ? (digit * 2 > 9 ? digit * 2 - 9 : digit * 2) : digit;
-    }
-    return digits + QChar(char16_t(u'0' + (10 - sum % 10) % 10));
-}
-
-QString grouped(const QString &number, const QList<int> &layout, const QString &separator)
-{
-    QStringList groups;
-    qsizetype at = 0;
-    for (int size : layout) {
-        groups.append(number.mid(at, size));
-        at += size;
-    }
-    return groups.join(separator);
-}
-
-QByteArray answer(QJsonObject object = {})
-{
-    object.insert(u"Status"_s, 1);
-    return QJsonDocument(object).toJson(QJsonDocument::Compact);
-}
-
-QByteArray slipAnswer(const QString &slip, const QString &text = {})
-{
-    return answer(QJsonObject{{u"TextResponse"_s, text},
-                              {u"ReceiptData"_s, QString(u"0xDF^1^"_s + slip + u'~')}});
-}
-
-// The escapes the log writes, read back.
-QString decoded(const QString &line)
-{
-    QString out;
-    for (qsizetype i = 0; i < line.size(); ++i) {
-        if (line.at(i) != u'\\' || i + 1 == line.size()) {
-            out += line.at(i);
-            continue;
-        }
-        const QChar c = line.at(++i);
-        if (c == u'u' && i + 4 < line.size()) {
-            out += QChar(line.mid(i + 1, 4).toUShort(nullptr, 16));
-            i += 4;
-        } else {
-            out += c == u'n' ? u'\n' : c == u'r' ? u'\r' : c == u't' ? u'\t' : c;
-        }
-    }
-    return out;
-}
-
-QString digitsOf(const QString &text)
-{
-    QString digits;
-    for (const QChar c : text)
-        if (c >= u'0' && c <= u'9')
-            digits += c;
-    return digits;
-}
-
-bool allDigits(const QString &text)
-{
-    return !text.isEmpty() && digitsOf(text) == text;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QByteArray bytes = file.readAll();
+    if (bytes.endsWith('\n'))
+        bytes.chop(1);
+    return QString::fromUtf8(bytes);
 }
 
 } // namespace
@@ -95,188 +34,107 @@ class tst_CardMask : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void log_data();
-    void log();
+    void cases_data();
+    void cases();
+    void escapes_data();
+    void escapes();
+    void escapeBlockForms();
 };
 
-void tst_CardMask::initTestCase()
+// tests/data/cardmask/text/*.in are texts the client writes for people (CardMask::text);
+// output/*.in are whole standard outputs (OutputMask::masked).
+void tst_CardMask::cases_data()
 {
-    hostInstance<ValutCollection>().addValut(
-        Valut(1, u"card"_s, Valut::BankCard | Valut::PassCustomerQrCode));
-}
-
-void tst_CardMask::log_data()
-{
-    QTest::addColumn<QByteArray>("output");  // what the client prints
-    QTest::addColumn<QString>("merchant");   // a reconciliation of this merchant, if given
-    QTest::addColumn<QString>("qr");         // the customer's code, for a sale
-    QTest::addColumn<QString>("auth");       // the authorisation code of the sale
-    QTest::addColumn<QStringList>("hidden"); // digits (separators aside) or text in no line
-    QTest::addColumn<QStringList>("shown");  // in some line, as it stands
-    const auto row = [](const QString &name, const QByteArray &output, const QStringList &hidden,
-                        const QStringList &shown = {}, const QString &merchant = {},
-                        const QString &qr = {}, const QString &auth = {}) {
-        QTest::newRow(qPrintable(name)) << output << merchant << qr << auth << hidden << shown;
-    };
-
-    const QString visa = card(u"4"_s, 16);
-    const QList<int> fours{4, 4, 4, 4};
-    const QString last4 = visa.right(4);
-
-    // Groups split by any short run of blanks, controls or punctuation, in a message (the
-    // answer line, the output) and on a slip (the receipt, each slip).
-    const std::pair<const char *, QString> separators[] = {{"two blanks", u"  "_s},
-                                                           {"a tab", u"\t"_s},
-                                                           {"CR/LF", u"\r\n"_s},
-                                                           {"no-break spaces", u"\u00a0"_s},
-                                                           {"thin spaces", u"\u2009"_s},
-                                                           {"slashes", u"/"_s},
-                                                           {"underscores", u"_"_s},
-                                                           {"commas", u","_s},
-                                                           {"middle dots", u"·"_s},
-                                                           {"hyphens", u"-"_s},
-                                                           {"blanks", u" "_s}};
-    for (const auto &[name, separator] : separators) {
-        const QString number = grouped(visa, fours, separator);
-        row(u"groups split by "_s + QLatin1StringView(name),
-            slipAnswer(u"КАРТА "_s + number + u" 500 РУБ"_s, u"Карта "_s + number), {visa},
-            {u"****"_s + separator + u"****"_s + separator + u"****"_s + separator + last4});
-    }
-    // Every first digit a card number has, in the layouts cards are printed in.
-    QStringList numbers;
-    QStringList slip;
-    for (char first = '2'; first <= '9'; ++first)
-        numbers.append(card(QString(QLatin1Char(first)), 16));
-    for (const QString &number : numbers)
-        slip.append(number);
-    const QString nineteen = card(u"6759"_s, 19);
-    const QString amex = card(u"37"_s, 15);
-    const QString diners = card(u"36"_s, 14);
-    const QString thirteen = card(u"4"_s, 13);
-    slip << grouped(nineteen, {4, 4, 4, 4, 3}, u" "_s) << grouped(amex, {4, 6, 5}, u" "_s)
-         << grouped(diners, {4, 6, 4}, u" "_s) << grouped(thirteen, {4, 4, 4, 1}, u" "_s)
-         << u"VISA"_s + visa + u"RUB"_s;
-    row(u"first digits 2 to 9, 19 digits in groups, 4-6-5, 4-6-4, glued to letters"_s,
-        slipAnswer(slip.join(u'\n')),
-        numbers + QStringList{nineteen, amex, diners, thirteen, visa});
-
-    // Track data goes whole: expiry, service code, discretionary data and name.
-    const QString rest = u"25121010000012300000"_s;
-    row(u"track 2"_s, slipAnswer(u";"_s + visa + u"="_s + rest + u"?"_s),
-        {visa, rest.left(7), u"123"_s}, {u"<track ************"_s + last4 + u'>'});
-    row(u"track 2 equivalent"_s, slipAnswer(visa + u"D"_s + rest + u"F"_s), {visa, rest.left(7)},
-        {u"<track ************"_s + last4 + u'>'});
-    row(u"track 1"_s, slipAnswer(u"%B"_s + visa + u"^IVANOV/IVAN^"_s + rest + u"?"_s),
-        {visa, rest.left(7), u"IVANOV"_s});
-    row(u"track 2 in grouped digits"_s, slipAnswer(grouped(visa, fours, u" "_s) + u"="_s + rest),
-        {visa, rest.left(7)});
-    row(u"EMV tag 57 glued to its neighbours"_s,
-        answer(QJsonObject{
-            {u"EmvData"_s, QString(u"9F2701805713"_s + visa + u"D"_s + rest + u"F9F3602"_s)}}),
-        {visa, rest.left(7)}, {u"9F2701805713<track"_s, u">9F3602"_s});
-    row(u"EMV tag 5A glued to its neighbours"_s,
-        answer(QJsonObject{
-            {u"EmvData"_s, QString(u"9F02060000000150005A08"_s + visa + u"5F24032512319F"_s)}}),
-        {visa}, {u"5A08************"_s + last4 + u"5F2403251231"_s});
-
-    // JSON escapes cannot hide a digit or a separator.
-    row(u"a control character before the number"_s,
-        "{\"Status\":1,\"TextResponse\":\"\\u0012" + visa.toLatin1() + "\"}", {visa});
-    row(u"escaped no-break spaces between groups"_s,
-        "{\"Status\":1,\"TextResponse\":\"" + grouped(visa, fours, u"\\u00a0"_s).toLatin1() + "\"}",
-        {visa});
-    row(u"digits written as escapes"_s,
-        "{\"Status\":1,\"X\":\"\\u0034" + visa.mid(1).toLatin1() + "\"}", {visa});
-    // Cut where what is left fails the check digit: only the cut tells it from a reference.
-    row(u"output cut in the middle of a number"_s,
-        "{\"Status\":1,\"ReceiptData\":\"0xDF^1^КАРТА 41111111111111", {u"41111111111111"_s});
-    row(u"output that is not JSON, with escapes"_s, "ОШИБКА \\u0034" + visa.mid(1).toLatin1(),
-        {visa});
-    row(u"PAN failing the check digit"_s, answer(QJsonObject{{u"PAN"_s, u"4276123456781234"_s}}),
-        {u"4276123456781234"_s}, {u"Номер карты='427612******1234'"_s, u"\"PAN\":\"427612"_s});
-
-    // A line break in a value stays inside its line.
-    row(u"a forged line"_s,
-        answer(
-            QJsonObject{{u"TextResponse"_s, u"OK\n2026-11-23 10:00:00.000 INFO  inpas: Операция "_s
-                                            u"выполнена"_s}}),
-        {}, {u"Сообщение='OK\n2026-11-23"_s});
-
-    // The customer's code is found by its option, whatever stands before it.
-    const QString qr = u"hQVDUFYwMWEmTwegAAAAAxAQVxFBEREREREREdJRIgEAAAAAD1oIQRERERERERE="_s;
-    const QString payload = QString::fromLatin1(
-        tlv::generateBerTlvTag(u"F6"_s, tlv::generateBerTlvTag(u"D1"_s, qr.toLatin1())).toBase64());
-    row(u"customer QR code after an option that looks like its own"_s, answer(), {qr, payload},
-        {u"-c -d -d <QR %1 bytes>"_s.arg(payload.size())}, {}, qr, u"-d"_s);
-
-    // What the log is for stays readable.
-    const QString merchant = card(u"1"_s, 15);
-    row(u"merchant id that passes the check digit"_s, answer(), {},
-        {u"Сверка итогов для юр. лица(merchantId = %1)"_s.arg(merchant), u"-t "_s + merchant},
-        merchant);
-    const QStringList beside{
-        u"ДАТА: 04.11.2026 RRN 123456785820"_s, u"1500.00 123456785820"_s, u"107919 000000000001"_s,
-        u"ТЕРМИНАЛ 00012345 МЕРЧАНТ 000000000012344"_s, u"ВРЕМЯ 14:07:09 04.11.26"_s};
-    row(u"dates, amounts and codes next to reference numbers"_s, slipAnswer(beside.join(u'\n')), {},
-        beside);
-    row(u"form identifier of 25 digits"_s,
-        answer(QJsonObject{{u"ReferenceNumber"_s, u"0100120000345050324140709"_s}}), {},
-        {u"ID операции='0100120000345050324140709'"_s,
-         u"\"ReferenceNumber\":\"0100120000345050324140709\""_s});
-}
-
-// Every line holds no card data and no raw control character; the answer keeps exactly what
-// the client sent.
-void tst_CardMask::log()
-{
-    QFETCH(QByteArray, output);
-    QFETCH(QString, merchant);
-    QFETCH(QString, qr);
-    QFETCH(QString, auth);
-    QFETCH(QStringList, hidden);
-    QFETCH(QStringList, shown);
-
-    ProcessorFixture f;
-    f.client.setAnswer(output);
-    PaymentProcessingAnswer result;
-    QStringList lines;
-    {
-        const LogCapture log;
-        QLoggingCategory::setFilterRules(u"*.debug=true"_s);
-        if (!merchant.isEmpty()) {
-            result = f.processor->checkTotalsByMerchantId(merchant);
-        } else {
-            PaymentProcessingRequest request;
-            request.type = PaymentProcessingRequest::Sale;
-            request.customerQrCode = qr;
-            request.authorizationCode = auth;
-            request.currencyCode = 1;
-            result = f.processor->payment(request);
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QString>("input");
+    QTest::addColumn<QString>("expected");
+    const QDir root(QStringLiteral(CARDMASK_CASES));
+    int found = 0;
+    for (const QString &kind : {u"text"_s, u"output"_s}) {
+        const QDir dir(root.filePath(kind));
+        for (const QString &name : dir.entryList({u"*.in"_s}, QDir::Files, QDir::Name)) {
+            const QString base = name.chopped(3);
+            QTest::newRow(qPrintable(kind + u'/' + base))
+                << kind << caseText(dir.filePath(name))
+                << caseText(dir.filePath(base + u".expected"_s));
+            ++found;
         }
-        QLoggingCategory::setFilterRules(QString());
-        lines = log.lines();
     }
-    QVERIFY(lines.size() >= 4);
-    QStringList texts;
-    for (const QString &line : std::as_const(lines)) {
-        for (const QChar c : line)
-            QVERIFY2(c >= u' ', qPrintable(line));
-        const QString text = decoded(line);
-        const QString digits = digitsOf(text);
-        for (const QString &secret : hidden)
-            QVERIFY2(!(allDigits(secret) ? digits : text).contains(secret), qPrintable(line));
-        texts.append(text);
-    }
-    const QString all = texts.join(u'\n');
-    for (const QString &expected : shown)
-        QVERIFY2(all.contains(expected), qPrintable(all));
-
-    const QJsonObject sent = QJsonDocument::fromJson(output).object();
-    QCOMPARE(result.pan, sent.value("PAN"_L1).toString());
-    if (sent.contains("TextResponse"_L1))
-        QCOMPARE(result.message.ru(), sent.value("TextResponse"_L1).toString());
+    QVERIFY(found > 0);
 }
 
-QTEST_GUILESS_MAIN(tst_CardMask)
+void tst_CardMask::cases()
+{
+    QFETCH(QString, kind);
+    QFETCH(QString, input);
+    QFETCH(QString, expected);
+    QVERIFY2(!expected.isNull(), "no .expected file");
+    const QString masked = kind == "text"_L1 ? CardMask::text(input)
+                                             : OutputMask::masked(input, CardMask::Ending::Whole);
+    QCOMPARE(masked, expected);
+}
+
+void tst_CardMask::escapes_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("escaped"); // as a log line writes it (quotes kept)
+    QTest::addColumn<QString>("decoded"); // what decoding the text gives
+    QTest::newRow("line and paragraph separators")
+        << u"a\u2028b\u2029c"_s << u"a\\u2028b\\u2029c"_s << u"a\u2028b\u2029c"_s;
+    QTest::newRow("C0, DEL and C1 controls")
+        << u"\u0001\u007f\u0085\u009f"_s << u"\\u0001\\u007f\\u0085\\u009f"_s
+        << u"\u0001\u007f\u0085\u009f"_s;
+    QTest::newRow("short escapes and a backslash")
+        << u"\n\r\t\b\f\\\""_s << u"\\n\\r\\t\\b\\f\\\\\""_s << u"\n\r\t\b\f\""_s;
+    QTest::newRow("a backslash at the very end") << u"end\\"_s << u"end\\\\"_s << u"end\\"_s;
+    QTest::newRow("an escape cut at the very end") << u"x\\u00"_s << u"x\\\\u00"_s << u"x\\u00"_s;
+    QTest::newRow("escapes decoded wherever they stand")
+        << u"\\u0034\\n\\/"_s << u"\\\\u0034\\\\n\\\\/"_s << u"4\n/"_s;
+    QTest::newRow("a backslash before a letter that starts no escape")
+        << u"\\q"_s << u"\\\\q"_s << u"\\q"_s;
+}
+
+// What is escaped reads back unambiguously, and decoding never reads past the text.
+void tst_CardMask::escapes()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, escaped);
+    QFETCH(QString, decoded);
+    QCOMPARE(Escape::escaped(text), escaped);
+    QCOMPARE(Escape::decoded(Escape::escaped(text, Escape::Quotes::Escaped)), text);
+    // From a view that ends inside a larger buffer: nothing past the view is read.
+    const QString buffer = text + u"u0041"_s;
+    QCOMPARE(Escape::decoded(QStringView(buffer).left(text.size())), decoded);
+}
+
+// The block test, whichever form the CPU runs, finds exactly the characters that need an escape,
+// in every lane; the plain form, which other CPUs run, is held against the one-character rule.
+void tst_CardMask::escapeBlockForms()
+{
+    using escapeblock::Quotes;
+    char16_t block[8];
+    for (const Quotes quotes : {Quotes::Kept, Quotes::Escaped}) {
+        for (uint c = 0; c <= 0xffff; ++c) {
+            const bool needs = escapeblock::needsEscape(char16_t(c), quotes);
+            for (int lane = 0; lane < 8; ++lane) {
+                std::fill(block, block + 8, u'a');
+                block[lane] = char16_t(c);
+                if (escapeblock::plain(block, quotes) != needs)
+                    QFAIL(qPrintable(u"plain form, U+%1 in lane %2"_s.arg(c, 4, 16).arg(lane)));
+#ifdef __SSE2__
+                if (escapeblock::sse2(block, quotes) != needs)
+                    QFAIL(qPrintable(u"SSE2 form, U+%1 in lane %2"_s.arg(c, 4, 16).arg(lane)));
+#endif
+            }
+        }
+    }
+    const QList<char16_t> expected{0x00, 0x1f, 0x7f, 0x85, 0x9f, 0x2028, 0x2029, u'\\'};
+    for (char16_t c : expected)
+        QVERIFY(escapeblock::needsEscape(c, Quotes::Kept));
+    for (char16_t c : {char16_t(0x20), char16_t(0xa0), char16_t(0x2027), char16_t(u'"')})
+        QVERIFY(!escapeblock::needsEscape(c, Quotes::Kept));
+    QVERIFY(escapeblock::needsEscape(u'"', Quotes::Escaped));
+}
+
+QTEST_APPLESS_MAIN(tst_CardMask)
 #include "tst_cardmask.moc"

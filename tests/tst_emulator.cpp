@@ -33,14 +33,15 @@ private Q_SLOTS:
     void journalProblems();
 };
 
-// SIGINT ends a card read with 53; an amount ending in 91 hangs until it is killed.
+// SIGINT ends a card read with 53, well before the minute the read would take; an amount
+// ending in 91 hangs until it is killed.
 void tst_Emulator::cardReadThatDoesNotAnswer()
 {
-    const Till till(5000);
+    const Till till(60000);
     QElapsedTimer clock;
     clock.start();
     const ProgramRun run = till.posctl({u"--interrupt-after"_s, u"1000"_s, u"sale"_s, u"1000"_s});
-    QVERIFY(clock.elapsed() < 4000);
+    QVERIFY(clock.elapsed() < 30000);
     QCOMPARE(run.exitCode, 1);
     QCOMPARE(run.json().value("status"_L1).toInt(), 53);
     QCOMPARE(run.message(), u"ОПЕРАЦИЯ ПРЕРВАНА"_s);

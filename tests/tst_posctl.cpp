@@ -15,7 +15,10 @@
 #include <QTest>
 
 #include <csignal>
+#include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -38,7 +41,7 @@ QByteArray waitingClient(bool answersInterrupt)
 {
     return QByteArray(answersInterrupt ? "trap 'echo {\\\"Status\\\":53}; exit 0' INT\n"
                                        : "trap '' INT\n") +
-           "touch \"$R/ready.$n\"\nsleep 30 & wait\necho '{\"Status\":1}'";
+           "touch \"$R/ready.$n\"\nsleep 60 & wait\necho '{\"Status\":1}'";
 }
 
 } // namespace
@@ -59,6 +62,7 @@ private Q_SLOTS:
     void check_data();
     void check();
     void batch();
+    void batchBlockedOnItsOutput();
     void batchStopsAtBadLine_data();
     void batchStopsAtBadLine();
     void logFileAndEchoesHoldNoCardData();
@@ -203,20 +207,23 @@ void tst_Posctl::signals_data()
 {
     QTest::addColumn<bool>("batch");
     QTest::addColumn<QByteArray>("client");
-    QTest::addColumn<QString>("output");  // "pipe", "closed pipe" or "/dev/full"
-    QTest::addColumn<QString>("waitFor"); // the client's record after which the signals go
+    QTest::addColumn<QString>("output"); // "pipe", "closed pipe" or "/dev/full"
+    // When the signals go: after the client's record of that name; "ended.1" once the first
+    // client has ended; "held" once posctl holds the answer it has, before writing it; "first
+    // answer" once a batch has answered its first line and waits for the next.
+    QTest::addColumn<QString>("waitFor");
     QTest::addColumn<QList<int>>("signalsSent");
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QString>("out");
     QTest::addColumn<QString>("err");
-    QTest::addColumn<int>("endsWithinMs"); // of the last signal
     QTest::addColumn<int>("giveUpMs");
+    QTest::addColumn<QStringList>("command"); // of a single command
     const auto row = [](const char *name, bool batch, const QByteArray &client,
                         const QString &waitFor, const QList<int> &signalsSent, int exitCode,
-                        const QString &out, const QString &err, int endsWithinMs = 600,
-                        const QString &output = u"pipe"_s, int giveUpMs = 5000) {
+                        const QString &out, const QString &err, const QString &output = u"pipe"_s,
+                        int giveUpMs = 60000, const QStringList &command = words("sale 1")) {
         QTest::newRow(name) << batch << client << output << waitFor << signalsSent << exitCode
-                            << out << err << endsWithinMs << giveUpMs;
+                            << out << err << giveUpMs << command;
     };
     const QByteArray answers = waitingClient(true);
     const QByteArray ignores = waitingClient(false);
@@ -224,9 +231,7 @@ void tst_Posctl::signals_data()
     const QByteArray secondWaits = "if [ $n = 1 ]; then echo '{\"Status\":1,\"ReferenceNumber\":"
                                    "\"000000000001\"}'; exit 0; fi\n" +
                                    ignores;
-    const QByteArray answersAtOnce = "echo '{\"Status\":1,\"ReferenceNumber\":\"000000000007\"}'; "
-                                     "touch \"$R/done.$n\"";
-    const QByteArray answersLater = "sleep 0.3; " + answersAtOnce;
+    const QByteArray answersAtOnce = "echo '{\"Status\":1,\"ReferenceNumber\":\"000000000007\"}'";
     const QString ready = u"ready.1"_s;
 
     row("SIGTERM: the answer is awaited and shown", false, answers, ready, {SIGTERM}, 1,
@@ -236,25 +241,36 @@ void tst_Posctl::signals_data()
     row("second Ctrl+C: outcome unknown at once", false, ignores, ready, {SIGINT, SIGINT}, 4, {},
         u"the outcome of the operation is unknown: the payment client (process "_s);
     row("no answer in the time given: outcome unknown", false, ignores, ready, {SIGHUP}, 4, {},
-        u"did not end within 0.3 s of the signal"_s, 1000, u"pipe"_s, 300);
+        u"did not end within 0.3 s of the signal"_s, u"pipe"_s, 300);
     row("signal between the answer and its writing: the answer, its status", false, answersAtOnce,
-        u"done.1"_s, {SIGTERM}, 0, u"\"referenceNumber\":\"000000000007\""_s,
-        u"posctl stops once the answer is written"_s, 3000);
-    row("closed output: the answer's gist on stderr", false, answersLater, {}, {}, 4, {},
-        u"could not be written to standard output (Broken pipe)"_s, 5000, u"closed pipe"_s);
+        u"held"_s, {SIGTERM}, 0, u"\"referenceNumber\":\"000000000007\""_s,
+        u"posctl stops once the answer is written"_s);
+    row("closed output: the answer's gist on stderr", false, answersAtOnce, {}, {}, 4, {},
+        u"could not be written to standard output (Broken pipe)"_s, u"closed pipe"_s);
     row("full disk: the same", false, answersAtOnce, {}, {}, 4, {},
         u"(No space left on device); the terminal's answer was not written out. It was: "
         u"result 0 (success), status 1, message \"\", reference number \"000000000007\""_s,
-        5000, u"/dev/full"_s);
+        u"/dev/full"_s);
     row("batch stops after its line", true, answers, ready, {SIGINT}, 130, u"\"status\":53"_s,
         u"after line 1; these did not run: line 2 \"sale 2\", line 3 \"balance\""_s);
     row("batch: an answer written before two signals is kept", true, secondWaits, u"ready.2"_s,
         {SIGINT, SIGINT}, 4, u"\"referenceNumber\":\"000000000001\""_s,
         u"Ctrl+C again: not waiting for the operation to end"_s);
+    row("batch waiting for its next line: stops at once", true, answersAtOnce, u"first answer"_s,
+        {SIGINT}, 130, u"\"status\":1"_s, u"after line 1; no further lines were waiting"_s);
+    // An SBP payment between its first client and its status query: no client runs, and posctl
+    // names none when it gives up.
+    row("give-up between two clients of an operation", false,
+        "if [ $n = 1 ]; then echo '{\"Status\":0}'; exit 0; fi\n" + ignores, u"ended.1"_s,
+        {SIGTERM}, 4, {},
+        u"no payment client runs at this moment (the operation was between two runs"_s, u"pipe"_s,
+        300, words("sbp-pay 1"));
 }
 
 // posctl never ends silently while its client runs, never loses an answer it has, and leaves
-// no client behind unreported.
+// no client behind unreported. Each signal is sent once posctl has said it took the one before
+// (two of a kind sent at once may reach it as one); a give-up comes no sooner than its time
+// after the signal, and every ending well within the minute that a client left waiting runs.
 void tst_Posctl::signals()
 {
     QFETCH(bool, batch);
@@ -263,20 +279,21 @@ void tst_Posctl::signals()
     QFETCH(QString, waitFor);
     QFETCH(QList<int>, signalsSent);
     QFETCH(int, giveUpMs);
+    QFETCH(QStringList, command);
     FakeClient fake;
-    fake.setConfig(fastConfig);
+    // A pause between runs long enough that a signal after the first run lands in it.
+    fake.setConfig(waitFor == "ended.1"_L1 ? "[Client]\nintervalBetweenOperations=60\n"
+                                           : fastConfig);
     fake.setBehaviour(client);
+    QTemporaryDir hold;
+    const QString held = hold.filePath(u"held"_s);
     QProcess process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(u"POSCTL_GIVE_UP_MS"_s, QString::number(giveUpMs));
-    // A client that marks when it is done is signalled in the window before its answer is
-    // written, which the hold keeps open: well after the mark, since the operation returns a
-    // moment after its client ends (longer under the sanitizers), and well before the end.
-    const bool window = waitFor.startsWith("done"_L1);
-    if (window)
-        environment.insert(u"POSCTL_HOLD_ANSWER_MS"_s, u"2000"_s);
+    if (waitFor == "held"_L1)
+        environment.insert(u"POSCTL_HOLD_ANSWER"_s, held);
     process.setProcessEnvironment(environment);
-    const QStringList arguments = withDir(fake, batch ? words("batch") : words("sale 1"));
+    const QStringList arguments = withDir(fake, batch ? words("batch") : command);
     if (output == "closed pipe"_L1)
         process.start(u"bash"_s, QStringList{u"-c"_s, u"\"$@\" | true; exit ${PIPESTATUS[0]}"_s,
                                              u"-"_s, QStringLiteral(POSCTL_PATH)} +
@@ -286,30 +303,53 @@ void tst_Posctl::signals()
             process.setStandardOutputFile(output);
         process.start(QStringLiteral(POSCTL_PATH), arguments);
     }
-    process.write("sale 1\nsale 2\nbalance\n");
-    QVERIFY(process.waitForBytesWritten());
-    process.closeWriteChannel();
-    if (!waitFor.isEmpty())
-        QVERIFY(fake.waitForRecord(waitFor));
-    if (window)
-        QTest::qWait(500);
-    QElapsedTimer sinceLast;
-    for (int signal : signalsSent) {
-        ::kill(pid_t(process.processId()), signal);
-        sinceLast.start();
-        QTest::qWait(100);
+    QByteArray written;
+    if (waitFor == "first answer"_L1) {
+        process.write("sale 1\n"); // and no more: the batch waits for its next line
+        QTRY_VERIFY_WITH_TIMEOUT((written += process.readAllStandardOutput()).contains('\n'),
+                                 30000);
+    } else {
+        process.write("sale 1\nsale 2\nbalance\n");
+        QVERIFY(process.waitForBytesWritten());
+        process.closeWriteChannel();
     }
-    QVERIFY(process.state() == QProcess::NotRunning || process.waitForFinished(10000));
-    QFETCH(int, endsWithinMs);
-    if (sinceLast.isValid())
-        QVERIFY2(sinceLast.elapsed() < endsWithinMs,
-                 qPrintable(QString::number(sinceLast.elapsed())));
+    if (waitFor == "held"_L1) {
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(held), 30000);
+    } else if (waitFor == "ended.1"_L1) {
+        QVERIFY(fake.waitForRecord(u"pid.1"_s));
+        QTRY_VERIFY_WITH_TIMEOUT(!FakeClient::isRunning(fake.processId(1)), 30000);
+    } else if (!waitFor.isEmpty() && waitFor != "first answer"_L1) {
+        QVERIFY(fake.waitForRecord(waitFor));
+    }
+    QString errors;
+    const auto taken = [&] {
+        errors += QString::fromUtf8(process.readAllStandardError());
+        return errors.count(QRegularExpression(u"(^|\n)posctl: (Ctrl\\+C|SIG[A-Z0-9]+)"_s));
+    };
+    QElapsedTimer sinceLast;
+    for (qsizetype i = 0; i < signalsSent.size(); ++i) {
+        if (i > 0)
+            QTRY_VERIFY_WITH_TIMEOUT(taken() >= i, 30000);
+        ::kill(pid_t(process.processId()), signalsSent.at(i));
+        sinceLast.start();
+    }
+    if (waitFor == "held"_L1) {
+        QTRY_VERIFY_WITH_TIMEOUT(taken() >= 1, 30000);
+        QFile::remove(held);
+    }
+    QVERIFY(process.state() == QProcess::NotRunning || process.waitForFinished(30000));
+    if (sinceLast.isValid()) {
+        const qint64 ended = sinceLast.elapsed();
+        QVERIFY2(ended < 20000, qPrintable(QString::number(ended)));
+        if (giveUpMs < 1000)
+            QVERIFY2(ended >= giveUpMs, qPrintable(QString::number(ended)));
+    }
     QFETCH(QString, out);
     QFETCH(QString, err);
     QTEST(process.exitCode(), "exitCode");
-    const QString written = QString::fromUtf8(process.readAllStandardOutput());
-    const QString errors = QString::fromUtf8(process.readAllStandardError());
-    QVERIFY2(written.contains(out), qPrintable(written));
+    written += process.readAllStandardOutput();
+    errors += QString::fromUtf8(process.readAllStandardError());
+    QVERIFY2(QString::fromUtf8(written).contains(out), written.constData());
     QVERIFY2(errors.contains(err), qPrintable(errors));
     // A report of a running client names it and where it runs.
     const QRegularExpressionMatch running =
@@ -413,6 +453,42 @@ void tst_Posctl::batch()
     QCOMPARE(lines.at(5), QByteArray("{\"newProcessor\":true}"));
     QVERIFY(lines.at(6).contains("\"processing\":[1,7]"));
     QCOMPARE(run.exitCode, 1); // the last sale was refused
+}
+
+// A batch whose reader has stopped reading blocks on its output; the first signal asks it to
+// stop, which it cannot do while blocked, and the second ends it.
+void tst_Posctl::batchBlockedOnItsOutput()
+{
+    FakeClient client;
+    QTemporaryDir dir;
+    const QString fifo = dir.filePath(u"out"_s);
+    QCOMPARE(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    const int reader = ::open(QFile::encodeName(fifo).constData(), O_RDONLY | O_NONBLOCK);
+    QVERIFY(reader >= 0);
+    QProcess process;
+    process.setStandardOutputFile(fifo);
+    process.start(QStringLiteral(POSCTL_PATH), {u"--dir"_s, client.directory(), u"batch"_s});
+    QByteArray lines;
+    for (int i = 0; i < 5000; ++i)
+        lines += "set-dir " + client.directory().toUtf8() + '\n';
+    process.write(lines);
+    process.closeWriteChannel();
+    // Blocked once the pipe holds all it can.
+    const auto pending = [reader] {
+        int bytes = 0;
+        ::ioctl(reader, FIONREAD, &bytes);
+        return bytes;
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(pending() >= 60000, 30000);
+    ::kill(pid_t(process.processId()), SIGINT);
+    QByteArray errors;
+    QTRY_VERIFY2_WITH_TIMEOUT(
+        (errors += process.readAllStandardError()).contains("stops before its next line"),
+        errors.constData(), 30000);
+    ::kill(pid_t(process.processId()), SIGINT);
+    QVERIFY(process.waitForFinished(30000));
+    QCOMPARE(process.exitCode(), 130);
+    ::close(reader);
 }
 
 void tst_Posctl::batchStopsAtBadLine_data()

@@ -7,9 +7,12 @@
 
 #include <externalprocessthread.h>
 #include <processmonitor.h>
+#include <recordings.h>
 
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QTest>
 
@@ -45,6 +48,15 @@ public:
     ProcessEnd last;
 };
 
+// The first end line of a day's recording.
+QJsonObject endLine(const QByteArray &lines)
+{
+    for (const QByteArray &line : lines.split('\n'))
+        if (line.contains("\"event\":\"end\""))
+            return QJsonDocument::fromJson(line).object();
+    return {};
+}
+
 QByteArray recording(const QString &directory)
 {
     QFile file(QDir(directory).filePath(u"recordings/"_s +
@@ -70,6 +82,7 @@ private Q_SLOTS:
     void transparent();
     void runsThatNeedAPerson_data();
     void runsThatNeedAPerson();
+    void writeFailureIsReported();
     void replayedDay();
     void onAndOff();
 };
@@ -79,21 +92,25 @@ void tst_Recorder::transparent_data()
     QTest::addColumn<QByteArray>("client");
     QTest::addColumn<int>("timeoutMs");
     QTest::addColumn<bool>("interrupt"); // SIGINT to what the host started, once it is ready
-    QTest::addColumn<bool>("ends");      // an end line is recorded
-    const auto row = [](const char *name, const QByteArray &client, int timeoutMs = 10000,
-                        bool interrupt = false, bool ends = true) {
-        QTest::newRow(name) << client << timeoutMs << interrupt << ends;
+    QTest::addColumn<QString>("ending"); // as the end line records it; empty: no end line
+    QTest::addColumn<bool>("keptAsIs");  // the recorded output is what the host got, as it was
+    const auto row = [](const char *name, const QByteArray &client, const char *ending,
+                        int timeoutMs = 10000, bool interrupt = false, bool keptAsIs = false) {
+        QTest::newRow(name) << client << timeoutMs << interrupt << QString::fromUtf8(ending)
+                            << keptAsIs;
     };
-    row("an answer", R"(echo '{"Status":1,"PAN":"4111111111111111"}'; echo note >&2)");
-    row("exit status and standard error", "printf 'Нет связи с пин-падом\\n' >&2; exit 3");
-    row("death by a signal", "kill -ABRT $$");
+    row("an answer", R"(echo '{"Status":1,"PAN":"4111111111111111"}'; echo note >&2)", "exit 0");
+    row("exit status and standard error", "printf 'Нет связи с пин-падом\\n' >&2; exit 3",
+        "exit 3");
+    row("death by a signal", "kill -ABRT $$", "signal 6");
     row("SIGINT reaches the client",
-        "trap 'echo {\\\"Status\\\":53}; exit 0' INT\ntouch \"$R/ready.$n\"\nsleep 5 & wait", 10000,
-        true);
-    row("the group is killed on time-out", "sleep 30 & echo $! > \"$R/helper.$n\"; wait", 500,
-        false, false);
-    row("large output", "head -c 3000000 /dev/zero | tr '\\0' x");
-    row("NUL bytes", "printf 'a\\0b\\0c'; printf '\\0' >&2");
+        "trap 'echo {\\\"Status\\\":53}; exit 0' INT\ntouch \"$R/ready.$n\"\nsleep 5 & wait",
+        "exit 0", 10000, true);
+    // Time enough for the client to start its helper on a busy machine.
+    row("the group is killed on time-out", "sleep 60 & echo $! > \"$R/helper.$n\"; wait", "", 3000);
+    // Beyond what a recording keeps of a stream: its first part, marked as cut, and its length.
+    row("large output", "head -c 3000000 /dev/zero | tr '\\0' x", "exit 0", 10000, false, true);
+    row("NUL bytes", "printf 'a\\0b\\0c'; printf '\\0' >&2", "exit 0");
 }
 
 // Each client run as the host runs it, first without the recorder, then with it.
@@ -120,10 +137,10 @@ void tst_Recorder::transparent()
         runner.exec();
         seen[run - 1] = {runner.error(), runner.exitCode(), lastEnd.last.signal,
                          runner.standardOutput(), runner.standardError()};
-        if (timeoutMs < 1000) { // the client's helper went with the group
+        if (timeoutMs < 10000) { // the client's helper went with the group
             const pid_t helper = pid_t(fake.record(u"helper.%1"_s.arg(run)).toInt());
             QVERIFY(helper > 0);
-            QTRY_VERIFY(!FakeClient::isRunning(helper));
+            QTRY_VERIFY_WITH_TIMEOUT(!FakeClient::isRunning(helper), 30000);
         }
     }
     ExternalProcessThread::setMonitor(nullptr);
@@ -132,9 +149,25 @@ void tst_Recorder::transparent()
     QCOMPARE(fake.arguments(2), fake.arguments(1));
 
     // Kept: the start before the run, its end after it, the customer's code by its length.
-    QFETCH(bool, ends);
-    QTRY_COMPARE(recording(fake.directory()).count("\"event\":\"end\""), ends ? 1 : 0);
+    QFETCH(QString, ending);
+    QTRY_COMPARE_WITH_TIMEOUT(recording(fake.directory()).count("\"event\":\"end\""),
+                              ending.isEmpty() ? 0 : 1, 30000);
     const QByteArray lines = recording(fake.directory());
+    const Recordings::Day day =
+        Recordings::read(Recordings::dayPath(fake.directory(), QDate::currentDate()));
+    QCOMPARE(day.runs.size(), 1);
+    const RecordedRun &run = day.runs.first();
+    QCOMPARE(run.ended ? run.ending() : QString(), ending);
+    if (run.ended) {
+        const QJsonObject end = endLine(lines);
+        QCOMPARE(end.value("stdoutBytes"_L1).toInteger(), seen[1].out.toUtf8().size());
+        QCOMPARE(end.value("stderrBytes"_L1).toInteger(), seen[1].err.toUtf8().size());
+        const qsizetype kept = 256 * 1024;
+        QCOMPARE(end.value("stdoutCut"_L1).toBool(), seen[1].out.size() > kept);
+        QFETCH(bool, keptAsIs);
+        if (keptAsIs)
+            QCOMPARE(QString::fromUtf8(run.standardOutput), seen[1].out.left(kept));
+    }
     QCOMPARE(lines.count("\"event\":\"start\""), 1);
     QVERIFY(lines.contains(QByteArray("\"-d\",\"<QR " + QByteArray::number(customerCode.size()) +
                                       " bytes>\"")) &&
@@ -161,7 +194,7 @@ void tst_Recorder::runsThatNeedAPerson()
     QCOMPARE(posctl(till.directory(), words("recorder on")).exitCode, 0);
     QProcess host;
     host.start(QStringLiteral(POSCTL_PATH), {u"--dir"_s, till.directory(), u"sale"_s, u"20000"_s});
-    QTRY_VERIFY(recording(till.directory()).contains("\"event\":\"start\""));
+    QTRY_VERIFY_WITH_TIMEOUT(recording(till.directory()).contains("\"event\":\"start\""), 30000);
     if (killGroup) {
         const QByteArray start = recording(till.directory());
         const qsizetype at = start.indexOf("\"pid\":") + 6;
@@ -170,7 +203,7 @@ void tst_Recorder::runsThatNeedAPerson()
     } else {
         host.kill();
         host.waitForFinished();
-        QTRY_VERIFY(recording(till.directory()).contains("\"event\":\"end\""));
+        QTRY_VERIFY_WITH_TIMEOUT(recording(till.directory()).contains("\"event\":\"end\""), 30000);
     }
     const ProgramRun check =
         ProgramRun::run(QStringLiteral(POSCTL_PATH), {u"--dir"_s, till.directory(), u"check"_s});
@@ -181,6 +214,27 @@ void tst_Recorder::runsThatNeedAPerson()
     QVERIFY2(out.contains(problem + QDate::currentDate().toString(Qt::ISODate)) &&
                  out.contains(next),
              qPrintable(out));
+}
+
+// A recording that could not be written after the last run is named by check.
+void tst_Recorder::writeFailureIsReported()
+{
+    FakeClient fake;
+    fake.setConfig("[Client]\nintervalBetweenOperations=0\n");
+    fake.setAnswer(R"({"Status":1})");
+    QCOMPARE(posctl(fake.directory(), words("recorder on")).exitCode, 0);
+    QCOMPARE(posctl(fake.directory(), words("sale 100")).exitCode, 0);
+    QTRY_VERIFY_WITH_TIMEOUT(recording(fake.directory()).contains("\"event\":\"end\""), 30000);
+    QCOMPARE(posctl(fake.directory(), {u"check"_s}).exitCode, 0);
+    QFile failed(QDir(fake.directory()).filePath(u"recordings/failed"_s));
+    QVERIFY(failed.open(QIODevice::WriteOnly));
+    failed.write("cannot write recordings/x.jsonl: No space left on device\n");
+    failed.close();
+    const ProgramRun check = posctl(fake.directory(), {u"check"_s});
+    QCOMPARE(check.exitCode, 1);
+    QVERIFY2(check.out.contains("could not write its recording") &&
+                 check.out.contains("No space left on device"),
+             check.out.constData());
 }
 
 // A day recorded through the recorder, then played back by the emulator: the same answers.
@@ -203,7 +257,8 @@ void tst_Recorder::replayedDay()
     torn.close();
     const ProgramRun original = posctl(recorded.directory(), {u"batch"_s}, day);
     QCOMPARE(original.out.count('\n'), 7);
-    QTRY_COMPARE(recording(recorded.directory()).count("\"event\":\"end\""), 10);
+    QTRY_COMPARE_WITH_TIMEOUT(recording(recorded.directory()).count("\"event\":\"end\""), 10,
+                              30000);
     QVERIFY(posctl(recorded.directory(), {u"recordings"_s}).out.contains("line 1 cannot be read"));
 
     const Till replaying;
@@ -246,6 +301,17 @@ void tst_Recorder::onAndOff()
     QCOMPARE(inode(client), before);
     QCOMPARE(QDir(fake.directory()).entryList(QDir::AllEntries | QDir::Hidden), entries);
     QVERIFY(posctl(fake.directory(), words("recorder off")).err.contains("not on"));
+
+    // Not while a client runs: it would find its program gone, or the recorder half in place.
+    fake.setBehaviour("touch \"$R/ready.$n\"; sleep 60");
+    QProcess running;
+    running.setWorkingDirectory(fake.directory());
+    running.start(client, {u"1"_s});
+    QVERIFY(fake.waitForRecord(u"ready.1"_s));
+    QVERIFY(posctl(fake.directory(), words("recorder on")).err.contains("a payment client runs"));
+    QVERIFY(!QFile::exists(client + u".real"_s));
+    running.kill();
+    running.waitForFinished();
     fake.removeClient();
     QVERIFY(posctl(fake.directory(), words("recorder on")).err.contains("no payment client"));
 }

@@ -3,10 +3,13 @@
 
 #include <signalpipe.h>
 
+#include <QScopeGuard>
 #include <QTest>
 
 #include <atomic>
 #include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace std::chrono_literals;
 
@@ -27,6 +30,7 @@ class tst_SignalPipe : public QObject
 
 private Q_SLOTS:
     void signalsOnThePipeThenHandlersRestored();
+    void burstNeverBlocksTheHandler();
 };
 
 void tst_SignalPipe::signalsOnThePipeThenHandlersRestored()
@@ -56,5 +60,35 @@ void tst_SignalPipe::signalsOnThePipeThenHandlersRestored()
     ::sigaction(SIGUSR1, &before, nullptr);
 }
 
-QTEST_APPLESS_MAIN(tst_SignalPipe)
+// More signals than the pipe holds, none of them read: the handler drops what does not fit
+// and returns, and what was kept is still there to be read. In a child, so that a handler that
+// blocks is a child that does not end.
+void tst_SignalPipe::burstNeverBlocksTheHandler()
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        SignalPipe pipe({SIGUSR1});
+        for (int i = 0; i < 200000; ++i)
+            ::raise(SIGUSR1);
+        ::_exit(pipe.next(0ms) == SIGUSR1 ? 0 : 1);
+    }
+    QVERIFY(child > 0);
+    int status = -1;
+    bool reaped = false;
+    const auto ended = [&] {
+        reaped = reaped || ::waitpid(child, &status, WNOHANG) == child;
+        return reaped;
+    };
+    const auto end = qScopeGuard([&] {
+        if (!reaped) {
+            ::kill(child, SIGKILL);
+            ::waitpid(child, nullptr, 0);
+        }
+    });
+    QTRY_VERIFY_WITH_TIMEOUT(ended(), 30000);
+    QVERIFY(WIFEXITED(status));
+    QCOMPARE(WEXITSTATUS(status), 0);
+}
+
+QTEST_GUILESS_MAIN(tst_SignalPipe)
 #include "tst_signalpipe.moc"

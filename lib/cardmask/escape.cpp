@@ -3,17 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
 namespace {
 
-bool needsEscape(char16_t c, Escape::Quotes quotes)
-{
-    return c < 0x20 || c == u'\\' || (c == u'"' && quotes == Escape::Quotes::Escaped) ||
-           (c >= 0x7f && c <= 0x9f) || c == 0x2028 || c == 0x2029;
-}
+using escapeblock::needsEscape;
 
 // The letter of a short escape, or 0 for one written as \uXXXX.
 char16_t shortEscape(char16_t c)
@@ -37,41 +29,13 @@ char16_t shortEscape(char16_t c)
     }
 }
 
-// Whether a block of eight characters from text holds one that needs an escape; text that
-// needs none, the most of it, is passed over eight characters at a time.
-#ifdef __SSE2__
-bool blockNeedsEscape(const char16_t *text, bool quotes)
-{
-    const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i *>(text));
-    const __m128i zero = _mm_setzero_si128();
-    // Unsigned "at most": a saturating subtraction that leaves nothing.
-    const auto atMost = [&](__m128i value, short bound) {
-        return _mm_cmpeq_epi16(_mm_subs_epu16(value, _mm_set1_epi16(bound)), zero);
-    };
-    __m128i any = atMost(c, 0x1f);
-    any = _mm_or_si128(any, _mm_cmpeq_epi16(c, _mm_set1_epi16(u'\\')));
-    if (quotes)
-        any = _mm_or_si128(any, _mm_cmpeq_epi16(c, _mm_set1_epi16(u'"')));
-    any = _mm_or_si128(any, atMost(_mm_sub_epi16(c, _mm_set1_epi16(0x7f)), 0x20));
-    any = _mm_or_si128(any, atMost(_mm_sub_epi16(c, _mm_set1_epi16(0x2028)), 1));
-    return _mm_movemask_epi8(any) != 0;
-}
-#else
-bool blockNeedsEscape(const char16_t *text, bool quotes)
-{
-    const Escape::Quotes kind = quotes ? Escape::Quotes::Escaped : Escape::Quotes::Kept;
-    return std::any_of(text, text + 8, [kind](char16_t c) { return needsEscape(c, kind); });
-}
-#endif
-
 // How many characters escaping adds: 1 for a short escape, 5 for \uXXXX.
 qsizetype extraLength(const char16_t *text, qsizetype size, Escape::Quotes quotes)
 {
-    const bool escapedQuotes = quotes == Escape::Quotes::Escaped;
     qsizetype extra = 0;
     qsizetype i = 0;
     for (; i + 8 <= size; i += 8) {
-        if (!blockNeedsEscape(text + i, escapedQuotes))
+        if (!escapeblock::any(text + i, quotes))
             continue;
         for (qsizetype k = i; k < i + 8; ++k)
             if (needsEscape(text[k], quotes))
@@ -97,10 +61,9 @@ void Escape::escapeTail(QString &text, qsizetype from, Quotes quotes)
     char16_t *data = reinterpret_cast<char16_t *>(text.data());
     qsizetype end = size; // what is not placed yet is [from, end)
     qsizetype to = size + extra;
-    const bool escapedQuotes = quotes == Quotes::Escaped;
     while (to > end) {
         qsizetype at = end - 1;
-        while (at >= from + 8 && !blockNeedsEscape(data + at - 7, escapedQuotes))
+        while (at >= from + 8 && !escapeblock::any(data + at - 7, quotes))
             at -= 8;
         while (!needsEscape(data[at], quotes))
             --at;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "escapeblock.h"
+
 #include <QString>
 #include <QStringView>
 
@@ -8,7 +10,7 @@
 class Escape
 {
 public:
-    enum class Quotes { Kept, Escaped };
+    using Quotes = escapeblock::Quotes;
 
     // Writes the text from position from to the end with every control character as an escape
     // ("\n", "\t", "\u0012"), the line and paragraph separators too, and each backslash

@@ -71,11 +71,15 @@ bool RecordingWriter::write(const std::string &line, std::string &why)
         why = "cannot open " + m_path + ": " + std::strerror(errno);
         return false;
     }
-    std::string text;
+    // The size is where a failed write is cut back to: without it, nothing is written.
     struct stat state = {};
+    if (::fstat(file.fd, &state) != 0) {
+        why = "cannot read the size of " + m_path + ": " + std::strerror(errno);
+        return false;
+    }
+    std::string text;
     char last = '\n';
-    if (::fstat(file.fd, &state) == 0 && state.st_size > 0 &&
-        ::pread(file.fd, &last, 1, state.st_size - 1) != 1)
+    if (state.st_size > 0 && ::pread(file.fd, &last, 1, state.st_size - 1) != 1)
         last = '\n';
     if (last != '\n')
         text += '\n'; // ends a line torn by an earlier writer

@@ -124,7 +124,7 @@ QStringList FakeClient::arguments(int run) const
 
 bool FakeClient::waitForRecord(const QString &name) const
 {
-    for (int waited = 0; waited < 10000; waited += 10) {
+    for (int waited = 0; waited < 60000; waited += 10) {
         if (QFile::exists(recordPath(name)))
             return true;
         QThread::msleep(10);

@@ -30,7 +30,7 @@ public:
     QStringList arguments(int run) const;
     QStringList lastArguments() const { return arguments(runCount()); }
     QString workingDirectory(int run) const;
-    // Waits (up to 10 s, from any thread) until the client has written a record of that name
+    // Waits (up to a minute, from any thread) until the client has written a record of that name
     // into its records, as a script written with setBehaviour() does with touch "$R/name".
     bool waitForRecord(const QString &name) const;
     // Seconds since the epoch, with fractions, when run n started.

@@ -92,11 +92,12 @@ int replay(const EmulatorSettings &settings, const EmulatorCommand &command,
 
 int main(int argc, char *argv[])
 {
-    QCoreApplication app(argc, argv);
+    // First of all: the host may ask the terminal to interrupt as soon as the client runs.
     struct sigaction action = {};
     action.sa_handler = onInterrupt;
     sigemptyset(&action.sa_mask);
     ::sigaction(SIGINT, &action, nullptr);
+    QCoreApplication app(argc, argv);
     // A file that may not grow (a full disk, a size limit) must fail the write, not the process.
     ::signal(SIGXFSZ, SIG_IGN);
 

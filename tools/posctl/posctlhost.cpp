@@ -14,7 +14,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -31,6 +33,20 @@ void write(FILE *stream, const QString &text)
 void complain(const QString &message)
 {
     write(stderr, u"posctl: %1\n"_s.arg(message));
+}
+
+// A test's window between the answer and its writing (docs/testing.md): with
+// POSCTL_HOLD_ANSWER=FILE, posctl creates FILE once it has the answer and writes the answer only
+// when FILE is gone (or after a minute), so that a test signals it there without guessing when.
+void holdAnswerForTest()
+{
+    static const QByteArray marker = qgetenv("POSCTL_HOLD_ANSWER");
+    if (marker.isEmpty())
+        return;
+    if (const int fd = ::open(marker.constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600); fd >= 0)
+        ::close(fd);
+    for (int waited = 0; waited < 60000 && ::access(marker.constData(), F_OK) == 0; waited += 10)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
 }
 
 } // namespace
@@ -93,10 +109,7 @@ int PosctlHost::runCommand(const Invocation &invocation, bool json)
     const CommandRunner::Outcome outcome = m_runner.run(*m_processor, invocation);
     const QString gist = Formatter::gist(*outcome.answer);
     operation.answered(gist, outcome.exitCode);
-    // A test's window between the answer and its writing (docs/testing.md).
-    static const int holdMs = qEnvironmentVariableIntValue("POSCTL_HOLD_ANSWER_MS");
-    if (holdMs > 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(holdMs));
+    holdAnswerForTest();
     if (const int error = print(outcome, json))
         SignalGuard::answerLost(u"the answer could not be written to standard output (%1)"_s.arg(
                                     QString::fromLocal8Bit(std::strerror(error))),

@@ -13,8 +13,6 @@
 // costs more than its whole budget. The card rule, which is Qt's, is applied by the scribe
 // (zelnorinpas-scribe), started on the way out, after the host has its answer.
 
-#include "sha256.h"
-
 #include <fieldkinds.h>
 #include <recordingwriter.h>
 #include <signalpipe.h>
@@ -22,6 +20,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -40,8 +39,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The first part of each stream that the recording keeps; the rest is counted and hashed. An
-// answer is a few kilobytes; a full report some tens.
+// The first part of each stream that the recording keeps; the rest is only counted. An answer
+// is a few kilobytes; a full report some tens.
 constexpr size_t keptBytes = 256 * 1024;
 // How long the output is still read after the client ended, for what a child of it may hold
 // open: the host's runner gives up after as long.
@@ -49,7 +48,7 @@ constexpr std::chrono::milliseconds drainGrace{200};
 constexpr const char *realClient = "zelnorinpas.real";
 constexpr const char *scribe = "zelnorinpas-scribe";
 
-// A stream of the client's: passed on to ours as it comes, its head kept, all of it hashed.
+// A stream of the client's: passed on to ours as it comes, its head kept, all of it counted.
 struct Stream
 {
     int from = -1;
@@ -57,12 +56,10 @@ struct Stream
     bool passing = true; // false once a write to the host failed
     std::string head;
     uint64_t bytes = 0;
-    Sha256 hash;
 
     void take(const char *data, size_t size)
     {
         bytes += size;
-        hash.add(data, size);
         if (head.size() < keptBytes)
             head.append(data, std::min(size, keptBytes - head.size()));
         for (size_t done = 0; passing && done < size;) {
@@ -398,8 +395,7 @@ int main(int argc, char *argv[])
     for (const auto &[name, stream] : {std::pair{"stdout", &out}, std::pair{"stderr", &err}}) {
         end += ",\"" + std::string(name) + "Bytes\":" + std::to_string(stream->bytes);
         if (stream->bytes > stream->head.size())
-            end += ",\"" + std::string(name) + "Cut\":true,\"" + name +
-                   "Sha256\":" + jsonString(stream->hash.hex());
+            end += ",\"" + std::string(name) + "Cut\":true";
     }
     end += '}';
     scribeProcess.hand(end, out, err);
