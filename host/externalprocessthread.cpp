@@ -124,6 +124,8 @@ void ExternalProcessThread::start()
     if (m_pid > 0 || m_error != NoError)
         return;
 
+    if (ProcessMonitor *m = monitor.load())
+        m->aboutToStart(m_program, m_workingDirectory);
     int out[2] = {-1, -1};
     int err[2] = {-1, -1};
     if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) {

@@ -25,6 +25,9 @@ class ZELNORHOST_EXPORT ProcessMonitor
 public:
     virtual ~ProcessMonitor();
 
+    // On the thread that called start(), just before the program is started: a monitor may hold
+    // the start back here for as long as it needs.
+    virtual void aboutToStart(const QString &program, const QString &directory);
     // On the thread that called start(), as soon as the program runs, with how long it may
     // run before it is killed.
     virtual void started(qint64 processId, const QString &program, const QString &directory,

@@ -252,12 +252,13 @@ void tst_Posctl::signals_data()
         u"result 0 (success), status 1, message \"\", reference number \"000000000007\""_s,
         u"/dev/full"_s);
     row("batch stops after its line", true, answers, ready, {SIGINT}, 130, u"\"status\":53"_s,
-        u"after line 1; these did not run: line 2 \"sale 2\", line 3 \"balance\""_s);
+        u"after line 1 on Ctrl+C; these did not run: line 2 \"sale 2\", line 3 \"balance\""_s);
     row("batch: an answer written before two signals is kept", true, secondWaits, u"ready.2"_s,
         {SIGINT, SIGINT}, 4, u"\"referenceNumber\":\"000000000001\""_s,
         u"Ctrl+C again: not waiting for the operation to end"_s);
     row("batch waiting for its next line: stops at once", true, answersAtOnce, u"first answer"_s,
-        {SIGINT}, 130, u"\"status\":1"_s, u"after line 1; no further lines were waiting"_s);
+        {SIGINT}, 130, u"\"status\":1"_s,
+        u"after line 1 on Ctrl+C; no further lines were waiting"_s);
     // An SBP payment between its first client and its status query: no client runs, and posctl
     // names none when it gives up.
     row("give-up between two clients of an operation", false,

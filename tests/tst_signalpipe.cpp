@@ -6,8 +6,10 @@
 #include <QScopeGuard>
 #include <QTest>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <functional>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,6 +33,10 @@ class tst_SignalPipe : public QObject
 private Q_SLOTS:
     void signalsOnThePipeThenHandlersRestored();
     void burstNeverBlocksTheHandler();
+    void ownSignals_data();
+    void ownSignals();
+    void signalsSentByOthers();
+    void handlersStayWhenAskedTo();
 };
 
 void tst_SignalPipe::signalsOnThePipeThenHandlersRestored()
@@ -88,6 +94,82 @@ void tst_SignalPipe::burstNeverBlocksTheHandler()
     QTRY_VERIFY_WITH_TIMEOUT(ended(), 30000);
     QVERIFY(WIFEXITED(status));
     QCOMPARE(WEXITSTATUS(status), 0);
+}
+
+namespace {
+
+// The wait status of a child that runs body and then exits with 0.
+int inChild(const std::function<void()> &body)
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        body();
+        ::_exit(0);
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    return status;
+}
+
+} // namespace
+
+void tst_SignalPipe::ownSignals_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::addColumn<bool>("ends"); // the process ends by it; else it is dropped
+    QTest::newRow("SIGSEGV") << SIGSEGV << true;
+    QTest::newRow("SIGABRT") << SIGABRT << true;
+    QTest::newRow("SIGFPE") << SIGFPE << true;
+    QTest::newRow("SIGXFSZ") << SIGXFSZ << false;
+    QTest::newRow("SIGPIPE") << SIGPIPE << false;
+}
+
+// A signal of the process's own making: a fault ends it as by default, whoever handles every
+// signal; a write past a limit or to a closed pipe is dropped, so that the write fails instead.
+void tst_SignalPipe::ownSignals()
+{
+    QFETCH(int, signal);
+    QFETCH(bool, ends);
+    const int status = inChild([signal] {
+        SignalPipe pipe(SignalPipe::endingSignals(), SignalPipe::Restore::Never);
+        ::raise(signal);
+        ::_exit(pipe.next(0ms) == 0 ? 0 : 1);
+    });
+    if (ends) {
+        QVERIFY(WIFSIGNALED(status));
+        QCOMPARE(WTERMSIG(status), signal);
+    } else {
+        QVERIFY(WIFEXITED(status));
+        QCOMPARE(WEXITSTATUS(status), 0);
+    }
+}
+
+// Sent by another process, every signal that would end the process is a byte on the pipe, the
+// faults' names among them.
+void tst_SignalPipe::signalsSentByOthers()
+{
+    const std::vector<int> all = SignalPipe::endingSignals();
+    for (const int expected : {SIGSEGV, SIGPWR, SIGXFSZ, SIGSYS, SIGRTMIN, SIGRTMAX})
+        QVERIFY(std::find(all.begin(), all.end(), expected) != all.end());
+    SignalPipe pipe({SIGSEGV, SIGPWR, SIGRTMAX});
+    for (const int signal : {SIGSEGV, SIGPWR, SIGRTMAX}) {
+        const int status = inChild([signal] { ::kill(::getppid(), signal); });
+        QCOMPARE(status, 0);
+        QCOMPARE(pipe.next(5s), signal);
+    }
+}
+
+// Asked to keep them, the pipe leaves its handlers in place past its end, so that a signal on a
+// process's way out never finds the default action.
+void tst_SignalPipe::handlersStayWhenAskedTo()
+{
+    const int status = inChild([] {
+        {
+            const SignalPipe pipe({SIGTERM}, SignalPipe::Restore::Never);
+        }
+        ::kill(::getpid(), SIGTERM);
+    });
+    QVERIFY(WIFEXITED(status));
 }
 
 QTEST_GUILESS_MAIN(tst_SignalPipe)

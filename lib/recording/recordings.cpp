@@ -1,5 +1,8 @@
 #include "recordings.h"
 
+#include "recordingkeys.h"
+#include "recordingwriter.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -7,17 +10,106 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include <algorithm>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
+QLatin1StringView key(const char *name)
+{
+    return QLatin1StringView(name);
+}
+
 // A recorded stream: text with its card data masked, or Latin-1 when the client's bytes were
 // not UTF-8.
-QByteArray streamOf(const QJsonObject &end, QLatin1StringView name)
+QByteArray streamOf(const QJsonObject &line, const char *name)
 {
-    const QString text = end.value(name).toString();
-    return end.value(name + "Encoding"_L1).toString() == "latin1"_L1 ? text.toLatin1()
-                                                                     : text.toUtf8();
+    const QString text = line.value(key(name)).toString();
+    return line.value(key(name) + "Encoding"_L1).toString() == "latin1"_L1 ? text.toLatin1()
+                                                                           : text.toUtf8();
+}
+
+void readEnd(RecordedRun &run, const QJsonObject &line)
+{
+    namespace k = recordingkeys;
+    run.ended = true;
+    run.endedAt = QDateTime::fromString(line.value(key(k::time)).toString(), Qt::ISODateWithMs);
+    run.durationMs = line.value(key(k::durationMs)).toInteger();
+    if (line.contains(key(k::exitStatus)))
+        run.exitStatus = line.value(key(k::exitStatus)).toInt();
+    if (line.contains(key(k::signal)))
+        run.signal = line.value(key(k::signal)).toInt();
+    run.startError = line.value(key(k::startError)).toString();
+    run.delivered = line.value(key(k::delivered)).toBool(true);
+    if (line.contains(key(k::approval)))
+        run.approvalSeen = line.value(key(k::approval)).toBool();
+    run.standardOutputBytes = line.value(key(k::stdoutBytes)).toInteger();
+    run.standardErrorBytes = line.value(key(k::stderrBytes)).toInteger();
+}
+
+void readOutput(RecordedRun &run, const QJsonObject &line)
+{
+    run.hasOutput = true;
+    run.standardOutput = streamOf(line, recordingkeys::stdoutText);
+    run.standardError = streamOf(line, recordingkeys::stderrText);
+}
+
+// Reads the lines of one file into the day, merging each run's lines by its id, in whatever
+// order they come.
+void readInto(const QString &path, Recordings::Day &day, QHash<QString, qsizetype> &byId)
+{
+    namespace k = recordingkeys;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return;
+    const QString name = QFileInfo(path).fileName();
+    int number = 0;
+    while (!file.atEnd()) {
+        const QByteArray text = file.readLine();
+        ++number;
+        QJsonParseError error{};
+        const QJsonObject line = QJsonDocument::fromJson(text, &error).object();
+        const QString kind = line.value(key(k::event)).toString();
+        if (kind == key(k::acknowledged)) {
+            const QDateTime when =
+                QDateTime::fromString(line.value(key(k::time)).toString(), Qt::ISODateWithMs);
+            for (const QJsonValue &pid : line.value(key(k::pids)).toArray())
+                day.acknowledgements.append({pid.toInteger(), when});
+            continue;
+        }
+        const QString id = line.value(key(k::id)).toString();
+        if (error.error != QJsonParseError::NoError || id.isEmpty() ||
+            (kind != key(k::start) && kind != key(k::end) && kind != key(k::output))) {
+            day.problems.append(u"%1, line %2 cannot be read%3"_s.arg(name).arg(number).arg(
+                text.endsWith('\n') ? QString() : u" (it was cut off: torn)"_s));
+            continue;
+        }
+        auto found = byId.constFind(id);
+        if (found == byId.cend()) {
+            found = byId.insert(id, day.runs.size());
+            day.runs.append(RecordedRun{});
+            day.runs.last().id = id;
+        }
+        RecordedRun &run = day.runs[*found];
+        if (kind == key(k::start)) {
+            run.started =
+                QDateTime::fromString(line.value(key(k::time)).toString(), Qt::ISODateWithMs);
+            run.processId = line.value(key(k::pid)).toInteger();
+            run.arguments.clear();
+            for (const QJsonValue &argument : line.value(key(k::arguments)).toArray())
+                run.arguments.append(argument.toString());
+            run.host = line.value(key(k::host)).toString();
+            run.hostProcessId = line.value(key(k::hostPid)).toInteger();
+        } else if (kind == key(k::end)) {
+            readEnd(run, line);
+            // An end line of the earlier recorder held the outputs itself.
+            if (line.contains(key(k::stdoutText)))
+                readOutput(run, line);
+        } else {
+            readOutput(run, line);
+        }
+    }
 }
 
 } // namespace
@@ -35,9 +127,11 @@ QJsonObject RecordedRun::answer() const
     return QJsonDocument::fromJson(standardOutput).object();
 }
 
-bool RecordedRun::unseenApproval() const
+bool RecordedRun::approval() const
 {
-    return ended && !delivered && exitStatus == 0 && answer().value("Status"_L1).toInt() == 1;
+    if (hasOutput)
+        return answer().value("Status"_L1).toInt() == 1;
+    return approvalSeen.value_or(false);
 }
 
 QString RecordedRun::ending() const
@@ -53,71 +147,67 @@ QString RecordedRun::ending() const
 
 QString Recordings::folder(const QString &processingDirectory)
 {
-    return QDir(processingDirectory).filePath(u"recordings"_s);
+    return QDir(processingDirectory).filePath(QLatin1StringView(RecordingWriter::folder));
 }
 
 QString Recordings::dayPath(const QString &processingDirectory, const QDate &day)
 {
-    return QDir(folder(processingDirectory)).filePath(day.toString(u"yyyy-MM-dd"_s) + u".jsonl"_s);
+    return QDir(folder(processingDirectory)).filePath(day.toString(Qt::ISODate) + u".jsonl"_s);
 }
 
-Recordings::Day Recordings::read(const QString &path)
+QStringList Recordings::dayFiles(const QString &processingDirectory, const QDate &day)
+{
+    const QDir dir(folder(processingDirectory));
+    QStringList files{dayPath(processingDirectory, day)};
+    for (const QString &name : dir.entryList({day.toString(Qt::ISODate) + u".*.jsonl"_s},
+                                             QDir::Files | QDir::System, QDir::Name))
+        files.append(dir.filePath(name));
+    return files;
+}
+
+Recordings::Day Recordings::read(const QString &processingDirectory, const QDate &date)
 {
     Day day;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return day;
+    day.date = date;
     QHash<QString, qsizetype> byId;
-    int number = 0;
-    while (!file.atEnd()) {
-        const QByteArray line = file.readLine();
-        ++number;
-        QJsonParseError error{};
-        const QJsonObject event = QJsonDocument::fromJson(line, &error).object();
-        const QString kind = event.value("event"_L1).toString();
-        const QString id = event.value("id"_L1).toString();
-        if (error.error != QJsonParseError::NoError || id.isEmpty() ||
-            (kind != "start"_L1 && kind != "end"_L1)) {
-            day.problems.append(u"%1, line %2 cannot be read%3"_s.arg(path).arg(number).arg(
-                line.endsWith('\n') ? QString() : u" (it was cut off: torn)"_s));
-            continue;
-        }
-        if (kind == "start"_L1) {
-            RecordedRun run;
-            run.id = id;
-            run.started =
-                QDateTime::fromString(event.value("time"_L1).toString(), Qt::ISODateWithMs);
-            run.processId = event.value("pid"_L1).toInteger();
-            for (const QJsonValue &argument : event.value("arguments"_L1).toArray())
-                run.arguments.append(argument.toString());
-            byId.insert(id, day.runs.size());
-            day.runs.append(run);
-            continue;
-        }
-        const auto found = byId.constFind(id);
-        if (found == byId.cend()) {
-            day.problems.append(
-                u"%1, line %2 ends a run that did not start there"_s.arg(path).arg(number));
-            continue;
-        }
-        RecordedRun &run = day.runs[*found];
-        run.ended = true;
-        run.durationMs = event.value("durationMs"_L1).toInteger();
-        if (event.contains("exitStatus"_L1))
-            run.exitStatus = event.value("exitStatus"_L1).toInt();
-        if (event.contains("signal"_L1))
-            run.signal = event.value("signal"_L1).toInt();
-        run.startError = event.value("startError"_L1).toString();
-        run.delivered = event.value("delivered"_L1).toBool(true);
-        run.standardOutput = streamOf(event, "stdout"_L1);
-        run.standardError = streamOf(event, "stderr"_L1);
-    }
+    for (const QString &path : dayFiles(processingDirectory, date))
+        readInto(path, day, byId);
+    std::stable_sort(
+        day.runs.begin(), day.runs.end(),
+        [](const RecordedRun &a, const RecordedRun &b) { return a.started < b.started; });
+    QList<RecordedRun *> runs;
+    for (RecordedRun &run : day.runs)
+        runs.append(&run);
+    acknowledge(runs, day.acknowledgements);
     return day;
+}
+
+Recordings::Day Recordings::readFile(const QString &path)
+{
+    Day day;
+    QHash<QString, qsizetype> byId;
+    readInto(path, day, byId);
+    return day;
+}
+
+void Recordings::acknowledge(QList<RecordedRun *> runs,
+                             const QList<std::pair<qint64, QDateTime>> &acknowledgements)
+{
+    for (const auto &[pid, when] : acknowledgements) {
+        RecordedRun *latest = nullptr;
+        for (RecordedRun *run : runs)
+            if (run->processId == pid && run->started <= when &&
+                (!latest || latest->started < run->started))
+                latest = run;
+        if (latest)
+            latest->acknowledged = true;
+    }
 }
 
 std::optional<QDateTime> Recordings::failure(const QString &processingDirectory, QString &why)
 {
-    const QString path = QDir(folder(processingDirectory)).filePath(u"failed"_s);
+    const QString path =
+        QDir(folder(processingDirectory)).filePath(QLatin1StringView(RecordingWriter::failureFile));
     const QFileInfo info(path);
     if (!info.exists())
         return std::nullopt;

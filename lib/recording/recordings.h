@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QDate>
 #include <QDateTime>
 #include <QJsonObject>
 #include <QList>
@@ -9,33 +10,49 @@
 
 #include <optional>
 
-// One run of the payment client as the recorder kept it: its start line and, once it ended,
-// its end line.
+// One run of the payment client as the recorder kept it. The recorder writes a start line before
+// the client starts and an end line once it has ended (how, whether its answer reached the host,
+// how much it wrote, whether that reads as an approval); its scribe then adds an output line with
+// what the client wrote, card data masked. A host that says so acknowledges the answers it has
+// taken with a line of its own.
 struct RecordedRun
 {
     QString id;
     QDateTime started;
     qint64 processId = 0;  // the recorder's, which the host saw as the client's
     QStringList arguments; // the customer's code by its length
+    QString host;          // a host that acknowledges the answers it takes ("posctl"), or empty
+    qint64 hostProcessId = 0;
 
     bool ended = false; // no end line: the outcome is unknown (killed, power lost)
+    QDateTime endedAt;
     qint64 durationMs = 0;
     std::optional<int> exitStatus;
     std::optional<int> signal;
-    QString startError;        // the real client could not be started
-    bool delivered = true;     // the answer reached the host
+    QString startError;    // the real client could not be started
+    bool delivered = true; // the answer went into the host's pipe, and the host was still there
+    std::optional<bool> approvalSeen; // the recorder's own reading of the output
+    qint64 standardOutputBytes = 0;
+    qint64 standardErrorBytes = 0;
+
+    bool hasOutput = false;    // the scribe's line with the outputs is there
     QByteArray standardOutput; // card data masked; cut at the recorder's limit when large
     QByteArray standardError;
+
+    bool acknowledged = false; // the host has said it took the answer
 
     QString operation() const { return arguments.value(0); }
     // The value of an option of the client's command line, read in pairs as the client does.
     QString option(const QString &name) const;
-    // The client's JSON answer, empty when it printed none.
+    // The client's JSON answer, empty when it printed none or the scribe kept nothing.
     QJsonObject answer() const;
-    // An approval that never reached the host.
-    bool unseenApproval() const;
+    // Whether what the client printed holds an approval: from its answer where the scribe kept
+    // it, else from the recorder's own reading.
+    bool approval() const;
     // How the run ended, in a few words: "exit 0", "signal 9", "could not start", "unknown".
     QString ending() const;
+    // The client ended by itself: with an exit status, not by a signal.
+    bool endedByItself() const { return ended && exitStatus.has_value() && !signal; }
 };
 
 // The recordings of a processing directory (RecordingWriter writes them).
@@ -44,14 +61,27 @@ class Recordings
 public:
     struct Day
     {
+        QDate date;
         QList<RecordedRun> runs; // in the order they started
         QStringList problems;    // lines that cannot be read: a torn last line, say
+        // The host's acknowledgements: process ids and when.
+        QList<std::pair<qint64, QDateTime>> acknowledgements;
     };
 
     static QString folder(const QString &processingDirectory);
     static QString dayPath(const QString &processingDirectory, const QDate &day);
-    // Every line that reads is kept; one that does not is skipped and named in problems.
-    static Day read(const QString &path);
+    // The files that hold a day's lines: the day's own and those of runs that could not wait for
+    // its lock.
+    static QStringList dayFiles(const QString &processingDirectory, const QDate &day);
+    // Every line that reads is kept, in whichever file and order it stands; one that does not is
+    // skipped and named in problems. Acknowledgements of the day mark its runs.
+    static Day read(const QString &processingDirectory, const QDate &day);
+    // One file alone, as the emulator replays it.
+    static Day readFile(const QString &path);
+    // Marks the runs of days that an acknowledgement names: the latest run of that process id
+    // that started before it.
+    static void acknowledge(QList<RecordedRun *> runs,
+                            const QList<std::pair<qint64, QDateTime>> &acknowledgements);
     // When the recorder last failed to write, and why, if it has.
     static std::optional<QDateTime> failure(const QString &processingDirectory, QString &why);
 };

@@ -137,6 +137,11 @@ QString FakeClient::workingDirectory(int run) const
     return QString::fromUtf8(readFile(recordPath(u"cwd.%1"_s.arg(run))).trimmed());
 }
 
+void FakeClient::mark(const QString &name) const
+{
+    writeFile(recordPath(name), {});
+}
+
 QByteArray FakeClient::record(const QString &name) const
 {
     return readFile(recordPath(name)).trimmed();

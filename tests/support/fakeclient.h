@@ -35,6 +35,8 @@ public:
     bool waitForRecord(const QString &name) const;
     // Seconds since the epoch, with fractions, when run n started.
     double startTime(int run) const;
+    // Writes a record of that name, for a client that waits for it ([ -e "$R/name" ]).
+    void mark(const QString &name) const;
     // What the client wrote into a record of its own, as "$R/name", trimmed.
     QByteArray record(const QString &name) const;
     // The process id of run n, which is its process group when the host's runner started it.

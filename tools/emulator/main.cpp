@@ -76,6 +76,8 @@ int replay(const EmulatorSettings &settings, const EmulatorCommand &command,
         Replay::next(settings.replay, settings.replaySpeed, command, arguments);
     if (!answer.refusal.isEmpty())
         return refuse(answer.refusal, 2);
+    while (answer.hang)
+        QThread::sleep(1);
     QThread::msleep(quint64(answer.waitMs));
     print(stdout, answer.standardOutput);
     print(stderr, answer.standardError);

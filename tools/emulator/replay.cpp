@@ -50,7 +50,7 @@ Replay::Answer Replay::next(const QString &recording, double speed, const Emulat
         answer.refusal = u"воспроизведение: записи %1 нет"_s.arg(path);
         return answer;
     }
-    const Recordings::Day day = Recordings::read(path);
+    const Recordings::Day day = Recordings::readFile(path);
     const int next = position(path);
     const QString asked =
         identity(arguments.value(0), command.option(u"-f"_s), command.option(u"-a"_s));
@@ -72,7 +72,8 @@ Replay::Answer Replay::next(const QString &recording, double speed, const Emulat
     }
     keepPosition(path, next + 1);
     if (!run.ended) {
-        answer.signal = SIGKILL;
+        // No end was recorded: its group was killed, at the host's time-out or otherwise.
+        answer.hang = true;
         return answer;
     }
     answer.standardOutput = run.standardOutput;

@@ -1,10 +1,14 @@
 #include "clientwatch.h"
 
+#include <externalprocessthread.h>
+
 void ClientWatch::beginOperation()
 {
     const QMutexLocker lock(&m_mutex);
     m_runs = 0;
+    m_clients.clear();
     m_lastEnd.reset();
+    m_abnormalEnd.reset();
     m_startFailure.reset();
 }
 
@@ -20,10 +24,22 @@ int ClientWatch::runsInOperation() const
     return m_runs;
 }
 
+QList<ClientWatch::Client> ClientWatch::operationClients() const
+{
+    const QMutexLocker lock(&m_mutex);
+    return m_clients;
+}
+
 std::optional<ProcessEnd> ClientWatch::lastEnd() const
 {
     const QMutexLocker lock(&m_mutex);
     return m_lastEnd;
+}
+
+std::optional<ProcessEnd> ClientWatch::abnormalEnd() const
+{
+    const QMutexLocker lock(&m_mutex);
+    return m_abnormalEnd;
 }
 
 std::optional<ClientWatch::StartFailure> ClientWatch::lastStartFailure() const
@@ -32,12 +48,33 @@ std::optional<ClientWatch::StartFailure> ClientWatch::lastStartFailure() const
     return m_startFailure;
 }
 
+std::optional<ClientWatch::Client> ClientWatch::stopStarting()
+{
+    QMutexLocker lock(&m_mutex);
+    m_stopped = true;
+    while (m_starting)
+        m_startDone.wait(&m_mutex);
+    return m_running;
+}
+
+void ClientWatch::aboutToStart(const QString &, const QString &)
+{
+    QMutexLocker lock(&m_mutex);
+    // posctl is giving up: this thread waits here until the process has ended.
+    while (m_stopped)
+        m_startDone.wait(&m_mutex);
+    m_starting = true;
+}
+
 void ClientWatch::started(qint64 processId, const QString &, const QString &directory,
                           std::chrono::milliseconds)
 {
     const QMutexLocker lock(&m_mutex);
-    m_running = Client{processId, directory};
+    m_running = Client{processId, directory, Clock::now()};
+    m_clients.append(*m_running);
     ++m_runs;
+    m_starting = false;
+    m_startDone.wakeAll();
 }
 
 void ClientWatch::failedToStart(const QString &program, const QString &directory, int osError,
@@ -46,6 +83,8 @@ void ClientWatch::failedToStart(const QString &program, const QString &directory
     const QMutexLocker lock(&m_mutex);
     m_startFailure = StartFailure{program, directory, osError, reason};
     ++m_runs;
+    m_starting = false;
+    m_startDone.wakeAll();
 }
 
 void ClientWatch::finished(const ProcessEnd &end)
@@ -54,4 +93,11 @@ void ClientWatch::finished(const ProcessEnd &end)
     if (m_running && m_running->processId == end.processId)
         m_running.reset();
     m_lastEnd = end;
+    if (!endedByItself(end) && !m_abnormalEnd)
+        m_abnormalEnd = end;
+}
+
+bool ClientWatch::endedByItself(const ProcessEnd &end)
+{
+    return end.error == ExternalProcessThread::NoError && end.signal == 0;
 }

@@ -5,8 +5,13 @@
 #include "progressbar.h"
 
 #include <basicpaymentprocessing.h>
+#include <externalprocessthread.h>
 #include <session.h>
 #include <singleton.h>
+
+#include <QFileInfo>
+
+#include <cstring>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -25,7 +30,8 @@ CommandRunner::CommandRunner(ClientWatch &watch)
 
 bool CommandRunner::runsClient(const QString &command)
 {
-    return command != "options"_L1 && command != "scan-params"_L1;
+    return command != "options"_L1 && command != "scan-params"_L1 && command != "check"_L1 &&
+           command != "recorder"_L1 && command != "recordings"_L1;
 }
 
 PaymentProcessingRequest CommandRunner::request(const Invocation &invocation, int defaultType)
@@ -121,8 +127,36 @@ CommandRunner::Outcome CommandRunner::answerOutcome(PaymentProcessingAnswer answ
         outcome.exitCode = 1;
         break;
     }
+    // A client that did not end by itself may have completed its operation first: the answer
+    // stays what the plug-in made of it, but a till must not take it for a failure to retry.
+    if (const std::optional<ProcessEnd> abnormal = m_watch.abnormalEnd()) {
+        outcome.exitCode = unknownOutcome;
+        outcome.hint = unknownOutcomeNote(*abnormal, answer);
+    }
     outcome.answer = std::move(answer);
     return outcome;
+}
+
+QString CommandRunner::unknownOutcomeNote(const ProcessEnd &end,
+                                          const PaymentProcessingAnswer &answer) const
+{
+    QString how;
+    if (end.error == ExternalProcessThread::Timedout)
+        how = u"ran past its time-out and was killed"_s;
+    else if (end.signal != 0)
+        how = u"was ended by signal %1 (SIG%2)"_s.arg(end.signal)
+                  .arg(QString::fromLatin1(::sigabbrev_np(end.signal)));
+    else
+        how = u"ended in a way that could not be learnt"_s;
+    QString directory;
+    for (const ClientWatch::Client &client : m_watch.operationClients())
+        if (client.processId == end.processId)
+            directory = QFileInfo(client.directory).absoluteFilePath();
+    return u"the payment client (process %1) %2 before it said how its operation ended, so the "
+           u"outcome is unknown: the terminal may have completed it. The plug-in answered: %3. "
+           u"Before you repeat the operation, check the terminal's screen or print its last "
+           u"slip with: posctl --dir %4 copy"_s.arg(end.processId)
+               .arg(how, Formatter::gist(answer), directory);
 }
 
 CommandRunner::Outcome CommandRunner::run(AbstractPaymentProcessing &processor,

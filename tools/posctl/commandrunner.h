@@ -8,6 +8,7 @@
 #include <QString>
 
 class ClientWatch;
+struct ProcessEnd;
 
 // Makes the one host call of a command on a processor and formats what came back.
 class CommandRunner
@@ -21,9 +22,14 @@ public:
         Formatter::AnswerContext context;
         QString json;
         QString text;
-        QString hint; // for stderr: why the client could not be started and what to do
+        // For stderr: why the client could not be started, or why the outcome is unknown, and
+        // what to do.
+        QString hint;
         int exitCode = 0;
     };
+
+    // The exit status of an operation whose client did not end by itself.
+    static constexpr int unknownOutcome = 4;
 
     explicit CommandRunner(ClientWatch &watch);
 
@@ -37,6 +43,7 @@ public:
 
 private:
     Outcome answerOutcome(PaymentProcessingAnswer answer, const Invocation &invocation) const;
+    QString unknownOutcomeNote(const ProcessEnd &end, const PaymentProcessingAnswer &answer) const;
     PaymentProcessingAnswer call(AbstractPaymentProcessing &processor,
                                  const Invocation &invocation);
 

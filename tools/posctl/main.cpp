@@ -1,7 +1,9 @@
 // posctl: a command-line POS host for the Inpas payment plug-in. It loads the plug-in as the
 // host does and makes one host call per command.
 
+#include "acknowledgement.h"
 #include "commandline.h"
+#include "commandrunner.h"
 #include "logsink.h"
 #include "posctlhost.h"
 
@@ -12,9 +14,12 @@
 
 #include <QCoreApplication>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -90,26 +95,47 @@ Options:
   -h, --help           show this help
   --version            show the version
 
-Ctrl+C (or SIGTERM, SIGHUP, SIGQUIT, ...) during an operation asks the terminal to interrupt
-it; posctl then waits up to 10 s for the answer and writes it. A second one, or no answer in
-10 s, makes posctl report that the outcome is unknown, with the client still running, and exit
-with 4. A signal once the terminal has answered ends posctl after the answer is written, with
-its status. In a batch, Ctrl+C stops the batch after its current line and lists the lines that
-did not run.
+Ctrl+C (or any other signal that would end posctl) during an operation asks the terminal to
+interrupt it; posctl then waits up to 10 s for the answer and writes it. A second one, or no
+answer in 10 s, makes posctl report that the outcome is unknown, with the client still running,
+and exit with 4. A signal once the terminal has answered ends posctl after the answer is
+written, with its status. In a batch, Ctrl+C stops the batch after its current line and lists
+the lines that did not run. With the recorder on, posctl acknowledges every answer it has
+written, so that check can name one it never did.
 
-Exit status: 0 success, 1 failure, 3 not enough balance, 2 usage error or no plug-in,
-4 outcome unknown to the caller (posctl stopped waiting for a running operation, or could not
-write the answer: its gist is on stderr), 128+N stopped by signal N before any work was done.
+Exit status: 0 success, 1 failure, 3 not enough balance, 2 usage error, no plug-in or no
+standard output, 4 outcome unknown to the caller (posctl stopped waiting for a running
+operation, could not write the answer, or the client did not end by itself: its gist is on
+stderr), 128+N stopped by signal N before any work was done.
 )";
+
+// Standard input, output and error that were closed when posctl started are opened on
+// /dev/null before anything else is opened, so that nothing of posctl's own (the signal pipe, a
+// log file) is ever given their numbers and written to as if it were the output. Returns whether
+// standard output was closed.
+bool openClosedStandardDescriptors()
+{
+    bool outputClosed = false;
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (::fcntl(fd, F_GETFD) != -1 || errno != EBADF)
+            continue;
+        outputClosed |= fd == STDOUT_FILENO;
+        // The lowest free number: this one, since those below it are open by now.
+        const int opened = ::open("/dev/null", fd == STDIN_FILENO ? O_RDONLY : O_WRONLY);
+        if (opened != fd && opened >= 0)
+            ::close(opened);
+    }
+    return outputClosed;
+}
 
 } // namespace
 
 int main(int argc, char *argv[])
 {
-    // First of all, so that no signal can end posctl unseen once a client may run.
-    SignalPipe signals(SignalGuard::handledSignals);
-    // A file that may not grow must fail the write (and say so), not end posctl.
-    ::signal(SIGXFSZ, SIG_IGN);
+    const bool outputClosed = openClosedStandardDescriptors();
+    // Then at once, so that no signal can end posctl unseen once a client may run, and none can
+    // after the answer either: the handlers stay until the process has exited.
+    SignalPipe signals(SignalPipe::endingSignals(), SignalPipe::Restore::Never);
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(u"posctl"_s);
     QCoreApplication::setApplicationVersion(QStringLiteral(INPAS_VERSION));
@@ -141,7 +167,11 @@ int main(int argc, char *argv[])
             u"cannot set up the handling of signals (%1), and a payment client is never "
             u"run unguarded"_s.arg(QString::fromLocal8Bit(std::strerror(signals.errorNumber()))));
 
+    Acknowledgement::announce();
     const bool batch = invocation.command == "batch"_L1;
+    if (outputClosed && (batch || CommandRunner::runsClient(invocation.command)))
+        return fail(u"standard output is closed, so a terminal's answer could be written nowhere; "
+                    u"posctl runs no payment client without one"_s);
     PosctlHost host(globals, signals, batch ? SignalGuard::Batch : SignalGuard::SingleCommand);
     if (!host.start(error))
         return fail(error);

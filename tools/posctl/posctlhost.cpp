@@ -1,5 +1,6 @@
 #include "posctlhost.h"
 
+#include "acknowledgement.h"
 #include "batchinput.h"
 #include "directorycheck.h"
 #include "formatter.h"
@@ -35,12 +36,13 @@ void complain(const QString &message)
     write(stderr, u"posctl: %1\n"_s.arg(message));
 }
 
-// A test's window between the answer and its writing (docs/testing.md): with
-// POSCTL_HOLD_ANSWER=FILE, posctl creates FILE once it has the answer and writes the answer only
-// when FILE is gone (or after a minute), so that a test signals it there without guessing when.
-void holdAnswerForTest()
+// A test's window in the last moments of an operation (docs/testing.md): with
+// POSCTL_HOLD_ANSWER=FILE (before the answer is written) or POSCTL_HOLD_ACKNOWLEDGEMENT=FILE
+// (after it is written, before the recorder is told), posctl creates FILE and goes on only when
+// FILE is gone (or after a minute), so that a test signals it there without guessing when.
+void holdForTest(const char *variable)
 {
-    static const QByteArray marker = qgetenv("POSCTL_HOLD_ANSWER");
+    const QByteArray marker = qgetenv(variable);
     if (marker.isEmpty())
         return;
     if (const int fd = ::open(marker.constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600); fd >= 0)
@@ -96,7 +98,7 @@ int PosctlHost::print(const CommandRunner::Outcome &outcome, bool json)
     return error;
 }
 
-int PosctlHost::runCommand(const Invocation &invocation, bool json)
+int PosctlHost::runCommand(const Invocation &invocation, bool json, int batchLine)
 {
     if (!CommandRunner::runsClient(invocation.command)) {
         const CommandRunner::Outcome outcome = m_runner.run(*m_processor, invocation);
@@ -109,11 +111,17 @@ int PosctlHost::runCommand(const Invocation &invocation, bool json)
     const CommandRunner::Outcome outcome = m_runner.run(*m_processor, invocation);
     const QString gist = Formatter::gist(*outcome.answer);
     operation.answered(gist, outcome.exitCode);
-    holdAnswerForTest();
+    holdForTest("POSCTL_HOLD_ANSWER");
+    const QString where =
+        batchLine > 0 ? u"the answer of batch line %1"_s.arg(batchLine) : u"the answer"_s;
     if (const int error = print(outcome, json))
-        SignalGuard::answerLost(u"the answer could not be written to standard output (%1)"_s.arg(
-                                    QString::fromLocal8Bit(std::strerror(error))),
+        SignalGuard::answerLost(u"%1 could not be written to standard output (%2)"_s.arg(
+                                    where, QString::fromLocal8Bit(std::strerror(error))),
                                 gist);
+    // Written and flushed: the caller has it.
+    holdForTest("POSCTL_HOLD_ACKNOWLEDGEMENT");
+    Acknowledgement::record(CommandRunner::processingDirectory(*m_processor),
+                            m_watch.operationClients());
     return outcome.exitCode;
 }
 
@@ -144,7 +152,7 @@ int PosctlHost::recordings(const Invocation &invocation)
 {
     const QString directory = CommandRunner::processingDirectory(*m_processor);
     const QDate day = invocation.day.value_or(QDate::currentDate());
-    const Recordings::Day runs = Recordings::read(Recordings::dayPath(directory, day));
+    const Recordings::Day runs = Recordings::read(directory, day);
     write(stdout, m_globals.json ? RecordingsReport::json(directory, day, runs) + u'\n'
                                  : RecordingsReport::text(directory, day, runs));
     return 0;
@@ -197,17 +205,26 @@ int PosctlHost::runBatch()
             write(stdout, u"{\"newProcessor\":true}\n"_s);
             status = 0;
         } else {
-            status = runCommand(invocation, true);
+            status = runCommand(invocation, true, lastLine);
+            // Not one more line after an operation whose outcome is unknown: the next might
+            // repeat a payment the terminal has made.
+            if (status == CommandRunner::unknownOutcome) {
+                reportStoppedBatch(u"because its outcome is unknown"_s, lastLine,
+                                   input.available());
+                return status;
+            }
         }
     }
     if (const int signal = m_guard.stopSignal()) {
-        reportStoppedBatch(signal, lastLine, input.available());
+        reportStoppedBatch(signal == SIGINT ? u"on Ctrl+C"_s : u"on a signal"_s, lastLine,
+                           input.available());
         return 128 + signal;
     }
     return status;
 }
 
-void PosctlHost::reportStoppedBatch(int signal, int lastLine, QList<QByteArray> notRun) const
+void PosctlHost::reportStoppedBatch(const QString &why, int lastLine,
+                                    QList<QByteArray> notRun) const
 {
     QStringList skipped;
     int number = lastLine;
@@ -218,8 +235,8 @@ void PosctlHost::reportStoppedBatch(int signal, int lastLine, QList<QByteArray> 
             skipped.append(u"line %1 %2"_s.arg(number).arg(Formatter::quoted(line)));
     }
     QString text =
-        u"the batch stopped on %1 "_s.arg(signal == SIGINT ? u"Ctrl+C"_s : u"a signal"_s);
-    text += lastLine > 0 ? u"after line %1"_s.arg(lastLine) : u"before its first line"_s;
+        u"the batch stopped "_s +
+        (lastLine > 0 ? u"after line %1 "_s.arg(lastLine) : u"before its first line "_s) + why;
     if (skipped.isEmpty())
         text += u"; no further lines were waiting"_s;
     else if (skipped.size() <= 10)

@@ -31,10 +31,11 @@ private:
     int recorder(const QString &onOrOff);
     int recordings(const Invocation &invocation);
     // One command on the processor, guarded from the host call until its answer is written.
-    int runCommand(const Invocation &invocation, bool json);
+    // batchLine: the line of a batch it came from, or 0.
+    int runCommand(const Invocation &invocation, bool json, int batchLine = 0);
     // 0 when all was written to standard output, else the error number.
     int print(const CommandRunner::Outcome &outcome, bool json);
-    void reportStoppedBatch(int signal, int lastLine, QList<QByteArray> notRun) const;
+    void reportStoppedBatch(const QString &why, int lastLine, QList<QByteArray> notRun) const;
 
     GlobalOptions m_globals;
     ClientWatch m_watch;

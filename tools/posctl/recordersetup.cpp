@@ -7,22 +7,70 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <optional>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-// Copies a program into place under a temporary name first, so that a client run never finds
-// half of it.
+QByteArray encoded(const QString &path)
+{
+    return QFile::encodeName(path);
+}
+
+// The file's identity: its device and inode.
+std::optional<std::pair<dev_t, ino_t>> identity(const QString &path)
+{
+    struct stat state = {};
+    if (::lstat(encoded(path).constData(), &state) != 0)
+        return std::nullopt;
+    return std::pair{state.st_dev, state.st_ino};
+}
+
+void syncDirectory(const QString &directory)
+{
+    const int fd = ::open(encoded(directory).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) {
+        ::fsync(fd);
+        ::close(fd);
+    }
+}
+
+// Copies a program in under a temporary name, on disk whole, so that the one rename that puts it
+// in place is all a client run can ever see of it.
+bool copyIn(const QString &from, const QString &temporary, QFile::Permissions permissions,
+            QString &error)
+{
+    QFile::remove(temporary);
+    QFile in(from);
+    QFile out(temporary);
+    const bool copied = in.open(QIODevice::ReadOnly) &&
+                        out.open(QIODevice::WriteOnly | QIODevice::NewOnly) &&
+                        out.write(in.readAll()) == in.size() && out.flush() &&
+                        ::fsync(out.handle()) == 0 && out.setPermissions(permissions);
+    out.close();
+    if (!copied) {
+        error = u"cannot copy %1 to %2: %3"_s.arg(
+            from, temporary, out.error() != QFile::NoError ? out.errorString() : in.errorString());
+        QFile::remove(temporary);
+    }
+    return copied;
+}
+
 bool place(const QString &from, const QString &to, QFile::Permissions permissions, QString &error)
 {
     const QString temporary = to + u".new"_s;
-    QFile::remove(temporary);
-    if (!QFile::copy(from, temporary) || !QFile::setPermissions(temporary, permissions) ||
-        ::rename(QFile::encodeName(temporary).constData(), QFile::encodeName(to).constData()) !=
-            0) {
-        error = u"cannot put %1 in place of %2"_s.arg(from, to);
+    if (!copyIn(from, temporary, permissions, error))
+        return false;
+    if (::rename(encoded(temporary).constData(), encoded(to).constData()) != 0) {
+        error = u"cannot put %1 in place of %2: %3"_s.arg(
+            from, to, QString::fromLocal8Bit(std::strerror(errno)));
         QFile::remove(temporary);
         return false;
     }
@@ -42,14 +90,23 @@ QString busy(const QString &directory)
 
 bool RecorderSetup::isOn(const QString &directory)
 {
-    return QFileInfo::exists(QDir(directory).filePath(QLatin1StringView(realClient)));
+    // The client kept as zelnorinpas.real and something else in its place; the same file under
+    // both names is what an interrupted turnOn() left: still off.
+    const QDir dir(directory);
+    const auto real = identity(dir.filePath(QLatin1StringView(realClient)));
+    return real && real != identity(dir.filePath(QLatin1StringView(client)));
 }
 
+// At every moment of turning on or off, ./zelnorinpas is the client or the recorder, whole: the
+// client is kept under its second name by a hard link while it still has its first, and the
+// recorder takes the first by one rename; turning off, the client takes it back by one rename.
+// A signal, a crash or a full disk at any moment leaves a working directory.
 bool RecorderSetup::turnOn(const QString &directory, QString &message)
 {
     const QDir dir(directory);
     const QString clientPath = dir.filePath(QLatin1StringView(client));
     const QString realPath = dir.filePath(QLatin1StringView(realClient));
+    const QString scribePath = dir.filePath(QLatin1StringView(scribe));
     if (isOn(directory)) {
         message = u"the recorder is already on in %1 (the client is %2)"_s.arg(directory, realPath);
         return false;
@@ -72,18 +129,27 @@ bool RecorderSetup::turnOn(const QString &directory, QString &message)
     }
     // Whoever may run the client may run the recorder that takes its place.
     const QFile::Permissions permissions = QFileInfo(clientPath).permissions();
+    // What an interrupted earlier turnOn() may have left: the client's second name.
+    if (identity(realPath) && identity(realPath) == identity(clientPath))
+        QFile::remove(realPath);
     QString error;
-    if (!QFile::rename(clientPath, realPath)) {
-        message = u"cannot keep the client as %1"_s.arg(realPath);
-        return false;
-    }
-    if (!place(scribeProgram, dir.filePath(QLatin1StringView(scribe)), permissions, error) ||
-        !place(recorder, clientPath, permissions, error)) {
-        QFile::remove(dir.filePath(QLatin1StringView(scribe)));
-        QFile::rename(realPath, clientPath);
+    if (!place(scribeProgram, scribePath, permissions, error)) {
         message = error;
         return false;
     }
+    if (::link(encoded(clientPath).constData(), encoded(realPath).constData()) != 0) {
+        message = u"cannot keep the client as %1: %2"_s.arg(
+            realPath, QString::fromLocal8Bit(std::strerror(errno)));
+        QFile::remove(scribePath);
+        return false;
+    }
+    if (!place(recorder, clientPath, permissions, error)) {
+        QFile::remove(realPath);
+        QFile::remove(scribePath);
+        message = error;
+        return false;
+    }
+    syncDirectory(directory);
     message = u"the recorder is on in %1: the client is kept as %2, and every run is recorded in "
               u"%3"_s.arg(directory, realPath, dir.filePath(u"recordings"_s));
     return true;
@@ -102,11 +168,11 @@ bool RecorderSetup::turnOff(const QString &directory, QString &message)
         return false;
     // The recorder goes, and the client, the very same file, takes its name back: one rename,
     // which replaces the recorder at once (QFile::rename would refuse to).
-    if (::rename(QFile::encodeName(realPath).constData(),
-                 QFile::encodeName(clientPath).constData()) != 0) {
+    if (::rename(encoded(realPath).constData(), encoded(clientPath).constData()) != 0) {
         message = u"cannot put the client %1 back as %2"_s.arg(realPath, clientPath);
         return false;
     }
+    syncDirectory(directory);
     QFile::remove(dir.filePath(QLatin1StringView(scribe)));
     dir.rmdir(u"recordings"_s); // only when nothing was recorded
     message = u"the recorder is off in %1"_s.arg(directory) +

@@ -12,12 +12,14 @@
 #include <QJsonObject>
 #include <QThread>
 
+#include <algorithm>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-// The recorder's scribe writes a run's end a moment after the run: how long a run that seems
-// to have no end is given before it counts as one whose outcome is unknown.
+// The recorder's scribe writes a run's outputs a moment after the run's end: how long check
+// waits for those of a run that has just ended before it says they are missing.
 constexpr int scribeGraceMs = 500;
 
 QString operationName(const RecordedRun &run)
@@ -63,6 +65,17 @@ QString summary(const RecordedRun &run)
            (amount.isEmpty() ? QString() : u' ' + amount);
 }
 
+// Whether the run's answer reached its host, as far as the recording tells.
+QString delivery(const RecordedRun &run)
+{
+    if (!run.ended)
+        return {};
+    if (!run.host.isEmpty())
+        return run.acknowledged ? u"acknowledged by %1"_s.arg(run.host)
+                                : u"NOT ACKNOWLEDGED by %1"_s.arg(run.host);
+    return run.delivered ? u"delivered"_s : u"NOT DELIVERED to the host"_s;
+}
+
 bool running(const RecordedRun &run, const QList<RunningClients::Client> &clients)
 {
     for (const RunningClients::Client &client : clients)
@@ -71,24 +84,61 @@ bool running(const RecordedRun &run, const QList<RunningClients::Client> &client
     return false;
 }
 
-// The runs of today and yesterday, read again after a moment when one seems to have no end.
-QList<std::pair<QDate, Recordings::Day>> recentDays(const QString &directory)
+// Whether the host that started a run is still at it: the posctl that will acknowledge it.
+bool hostStillRuns(const RecordedRun &run)
 {
-    QList<std::pair<QDate, Recordings::Day>> days;
+    if (run.host.isEmpty() || run.hostProcessId <= 0)
+        return false;
+    return QFileInfo(u"/proc/%1/exe"_s.arg(run.hostProcessId))
+        .canonicalFilePath()
+        .endsWith(u"/"_s + run.host);
+}
+
+// Whether a run has just ended and its outputs are still on their way from the scribe.
+bool outputsOnTheirWay(const RecordedRun &run)
+{
+    return run.ended && !run.hasOutput && run.endedAt.isValid() &&
+           run.endedAt.msecsTo(QDateTime::currentDateTime()) < 5000;
+}
+
+// The runs of today and yesterday, acknowledgements matched across both, read again after a
+// moment when the outputs of a run that has just ended are still on their way.
+QList<Recordings::Day> recentDays(const QString &directory)
+{
+    QList<Recordings::Day> days;
     const QDate today = QDate::currentDate();
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        days.clear();
-        bool unended = false;
-        for (const QDate &day : {today.addDays(-1), today}) {
-            days.append({day, Recordings::read(Recordings::dayPath(directory, day))});
-            for (const RecordedRun &run : days.last().second.runs)
-                unended |= !run.ended;
-        }
-        if (!unended)
+    for (int attempt = 0;; ++attempt) {
+        days = {Recordings::read(directory, today.addDays(-1)), Recordings::read(directory, today)};
+        QList<RecordedRun *> runs;
+        for (Recordings::Day &day : days)
+            for (RecordedRun &run : day.runs)
+                runs.append(&run);
+        Recordings::acknowledge(runs, days.first().acknowledgements + days.last().acknowledgements);
+        if (attempt > 0 || std::none_of(runs.cbegin(), runs.cend(), [](const RecordedRun *run) {
+                return outputsOnTheirWay(*run);
+            }))
             break;
         QThread::msleep(scribeGraceMs);
     }
     return days;
+}
+
+// Why a run whose output holds an approval did not give its host that approval, or an empty
+// text when it did.
+QString approvalNotTaken(const RecordedRun &run)
+{
+    if (run.signal)
+        return u"the client was ended by signal %1 after it printed the approval"_s.arg(
+            *run.signal);
+    if (run.exitStatus.value_or(0) != 0)
+        return u"the client exited with status %1 after it printed the approval, so the host "
+               u"took it for a failure"_s.arg(*run.exitStatus);
+    if (!run.host.isEmpty() && !run.acknowledged)
+        return u"%1 never acknowledged it (killed, stopped, the power lost, or its output "
+               u"closed)"_s.arg(run.host);
+    if (run.host.isEmpty() && !run.delivered)
+        return u"it did not reach the host (the host was gone, or stopped reading)"_s;
+    return {};
 }
 
 } // namespace
@@ -104,10 +154,7 @@ QString RecordingsReport::text(const QString &directory, const QDate &day,
         out += u"  %1  %2%3  %4  %5\n"_s.arg(
             summary(run).leftJustified(36), resultOf(run),
             reference.isEmpty() ? QString() : u", reference number "_s + reference,
-            run.ended ? u"%1 ms"_s.arg(run.durationMs) : u"-"_s,
-            !run.ended      ? QString()
-            : run.delivered ? u"delivered"_s
-                            : u"NOT DELIVERED to the host"_s);
+            run.ended ? u"%1 ms"_s.arg(run.durationMs) : u"-"_s, delivery(run));
     }
     for (const QString &problem : runs.problems)
         out += u"  note: "_s + problem + u'\n';
@@ -156,34 +203,46 @@ void RecordingsReport::addFindings(const QString &directory, QStringList &proble
             problems.append(u"the recorder is on, but %1 is missing or not executable"_s.arg(
                 dir.filePath(QLatin1StringView(program))));
     const QList<RunningClients::Client> clients = RunningClients::in(directory);
-    QDateTime lastLine;
-    for (const auto &[day, runs] : recentDays(directory)) {
-        notes += runs.problems;
-        for (const RecordedRun &run : runs.runs) {
-            lastLine = std::max(lastLine, run.started);
+    for (const Recordings::Day &recorded : recentDays(directory)) {
+        const QString day = recorded.date.toString(Qt::ISODate);
+        notes += recorded.problems;
+        for (const RecordedRun &run : recorded.runs) {
+            if (hostStillRuns(run) || running(run, clients))
+                continue;
             const QString reference = run.answer().value("ReferenceNumber"_L1).toString();
-            if (run.unseenApproval()) {
-                problems.append(u"an approval never reached the host: %1 %2, reference number %3, "
-                                u"authorization code %4 (run %5)"_s.arg(
-                                    day.toString(Qt::ISODate), summary(run), reference,
-                                    run.answer().value("AuthorizationCode"_L1).toString(), run.id));
+            const QString notTaken = run.approval() ? approvalNotTaken(run) : QString();
+            if (!notTaken.isEmpty()) {
+                problems.append(u"an approval never reached the host: %1 %2, reference number "
+                                u"%3, authorization code %4 (run %5): %6"_s.arg(
+                                    day, summary(run), reference,
+                                    run.answer().value("AuthorizationCode"_L1).toString(), run.id,
+                                    notTaken));
                 notes.append(u"for the approval of %1: print the terminal's last slip with posctl "
                              u"--dir %2 copy; if the till has no sale for it, cancel it with "
                              u"posctl --dir %2 cancel %3 --rrn %4"_s.arg(
                                  summary(run), directory, run.option(u"-a"_s), reference));
-            } else if (!run.ended && !running(run, clients)) {
-                problems.append(u"a run's outcome is unknown: %1 %2 started and no end was "
-                                u"recorded (its process group was killed, or the power was lost) "
-                                u"(run %3)"_s.arg(day.toString(Qt::ISODate), summary(run), run.id));
+            } else if (!run.ended || !run.endedByItself()) {
+                problems.append(u"a run's outcome is unknown: %1 %2 %3 (run %4)"_s.arg(
+                    day, summary(run),
+                    run.ended
+                        ? u"was ended by signal %1 before it answered"_s.arg(run.signal.value_or(0))
+                        : u"started and no end was recorded (its process group was killed, "
+                          u"or the power was lost)"_s,
+                    run.id));
                 notes.append(u"for the run of %1: print the terminal's last slip with posctl --dir "
                              u"%2 copy, or look at the terminal's journal, to learn how it "
                              u"ended"_s.arg(summary(run), directory));
             }
+            if (run.ended && !run.hasOutput)
+                problems.append(u"the recorder's scribe did not keep what the client wrote in "
+                                u"%1 %2 (run %3): its end is recorded, its outputs are not"_s.arg(
+                                    day, summary(run), run.id));
         }
     }
+    // Each failure stays a problem until a person has looked: the next run's success does not
+    // undo it.
     QString why;
-    if (const std::optional<QDateTime> failed = Recordings::failure(directory, why);
-        failed && (!lastLine.isValid() || *failed >= lastLine))
+    if (const std::optional<QDateTime> failed = Recordings::failure(directory, why))
         problems.append(u"the recorder could not write its recording at %1%2; the payments went "
                         u"on unrecorded"_s.arg(failed->toString(Qt::ISODate),
                                                why.isEmpty() ? QString() : u" ("_s + why + u')'));

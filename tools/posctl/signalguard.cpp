@@ -36,7 +36,7 @@ bool hasEnded(qint64 processId)
 
 } // namespace
 
-SignalGuard::SignalGuard(SignalPipe &pipe, const ClientWatch &clients, Mode mode)
+SignalGuard::SignalGuard(SignalPipe &pipe, ClientWatch &clients, Mode mode)
     : m_pipe(pipe)
     , m_watch(clients)
     , m_mode(mode)
@@ -104,7 +104,7 @@ void SignalGuard::watch()
         if (m_interruptAt && Clock::now() >= *m_interruptAt) {
             m_interruptAt.reset();
             if (m_processor)
-                m_processor->interruptPayment();
+                interrupt();
         }
         if (m_phase != Phase::Running)
             continue;
@@ -168,7 +168,7 @@ void SignalGuard::received(int signal)
     }
     if (first) {
         // The terminal is told first: a message to a closed output must not come before it.
-        m_processor->interruptPayment();
+        interrupt();
         m_giveUpAt = Clock::now() + m_giveUpAfter;
         say(u"%1: asking the terminal to interrupt the operation and waiting up to %2 s for "
             u"its answer (%3 again to stop waiting)"_s.arg(signalName(signal))
@@ -186,16 +186,28 @@ void SignalGuard::received(int signal)
             .arg(answerGrace.count()));
 }
 
+void SignalGuard::interrupt()
+{
+    if (!m_interruptAsked)
+        m_interruptAsked = Clock::now();
+    m_processor->interruptPayment();
+}
+
 void SignalGuard::giveUp(const QString &why)
 {
-    const std::optional<ClientWatch::Client> client = m_watch.running();
+    const std::optional<ClientWatch::Client> client = m_watch.stopStarting();
+    // The processor kept the interrupt for this client, which may not have had it yet.
+    const bool told = client && m_interruptAsked && client->started >= *m_interruptAsked;
+    if (told)
+        ::kill(pid_t(client->processId), SIGINT);
     const QString directory =
         QFileInfo(client ? client->directory : m_directory).absoluteFilePath();
     QString report = why + u".\nposctl: the outcome of the operation is unknown: "_s;
     if (client)
-        report += u"the payment client (process %1) is still running in %2, and the terminal "
-                  u"may yet complete the payment."_s.arg(client->processId)
-                      .arg(directory);
+        report +=
+            u"the payment client (process %1) is still running in %2%3, and the terminal "
+            u"may yet complete the payment."_s.arg(client->processId)
+                .arg(directory, told ? u" (posctl has just asked it to interrupt)"_s : QString());
     else
         report += u"no payment client runs at this moment (the operation was between two "
                   u"runs of the client in %1)."_s.arg(directory);
@@ -221,6 +233,7 @@ SignalGuard::Operation::Operation(SignalGuard &guard, AbstractPaymentProcessing 
     m_guard.m_directory = directory;
     m_guard.m_signalsDuringOperation = 0;
     m_guard.m_secondSignalWaits = false;
+    m_guard.m_interruptAsked.reset();
     if (interruptAfterMs) {
         m_guard.m_interruptAt = Clock::now() + std::chrono::milliseconds(*interruptAfterMs);
         m_guard.m_pipe.wake();

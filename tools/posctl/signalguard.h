@@ -7,7 +7,6 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <initializer_list>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -15,8 +14,8 @@
 class ClientWatch;
 class SignalPipe;
 
-// What a signal that would end posctl means (the signals of handledSignals, read from a
-// SignalPipe), so that no payment completes unseen.
+// What a signal that would end posctl means (every one of SignalPipe::endingSignals(), read
+// from a SignalPipe), so that no payment completes unseen.
 //
 // An operation is guarded from before its host call until its answer is written out
 // (Operation). While the call runs, the first signal asks the processor to interrupt it
@@ -24,9 +23,12 @@ class SignalPipe;
 // which it then writes as usual. If the call has not returned giveUpAfter() after the signal,
 // or a second signal comes while a client runs, posctl says that the outcome is unknown, which
 // client is running where and what to do next, and exits with outcomeUnknown: it never ends
-// silently while a client runs. A second signal just after the client ended waits up to
-// answerGrace for its answer instead. A broken pipe (SIGPIPE) can ask for the interrupt but is
-// never the second signal: it comes again with every write to a closed output.
+// silently while a client runs. Giving up, it lets no further client start and waits for one
+// that is starting; a client that started after the interrupt was asked for (the processor
+// kept it for its next client) is sent it then, so that none is left never told to stop. A second
+// signal just after the client ended waits up to answerGrace for its answer instead. A broken pipe
+// (SIGPIPE) can ask for the interrupt but is never the second signal: it comes again with every
+// write to a closed output.
 //
 // Once the call has returned, its answer is always written: a signal then ends posctl after
 // the answer (a single command with the answer's own status; a batch stops after the line),
@@ -39,15 +41,13 @@ class SignalPipe;
 class SignalGuard
 {
 public:
-    static constexpr std::initializer_list<int> handledSignals = {
-        SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGUSR1, SIGUSR2, SIGALRM};
     static constexpr std::chrono::seconds defaultGiveUpAfter{10};
     static constexpr std::chrono::seconds answerGrace{2};
     static constexpr int outcomeUnknown = 4;
 
     enum Mode { SingleCommand, Batch };
 
-    SignalGuard(SignalPipe &pipe, const ClientWatch &clients, Mode mode);
+    SignalGuard(SignalPipe &pipe, ClientWatch &clients, Mode mode);
     ~SignalGuard();
     SignalGuard(const SignalGuard &) = delete;
     SignalGuard &operator=(const SignalGuard &) = delete;
@@ -91,10 +91,11 @@ private:
     void watch();
     void received(int signal);
     bool answerOnItsWay() const;
+    void interrupt();
     [[noreturn]] void giveUp(const QString &why);
 
     SignalPipe &m_pipe;
-    const ClientWatch &m_watch;
+    ClientWatch &m_watch;
     const Mode m_mode;
     const std::chrono::milliseconds m_giveUpAfter;
     std::thread m_watcher;
@@ -111,5 +112,6 @@ private:
     bool m_secondSignalWaits = false;
     int m_stopSignal = 0;
     std::optional<Clock::time_point> m_interruptAt;
+    std::optional<Clock::time_point> m_interruptAsked; // when the processor was asked
     std::optional<Clock::time_point> m_giveUpAt;
 };

@@ -1,19 +1,25 @@
 // The recorder: it takes the payment client's place in a processing directory, as
 // ./zelnorinpas, and runs the real client, kept beside it as zelnorinpas.real, with the same
 // arguments, directory and environment. The host gets byte for byte what the client writes and
-// the same exit status, or the same death by a signal; SIGINT and the other signals that ask
-// the client to stop reach it; the host's kill of the process group on time-out ends both.
+// the same exit status, or the same death by a signal; every signal that would end the recorder
+// reaches the client instead; the host's kill of the process group on time-out ends both.
 //
-// Every run is kept in recordings/ (RecordingWriter): a start line flushed to disk before the
-// client starts, and an end line with how it ended, its outputs with card data masked, and
-// whether the answer reached the host. Recording never changes what the host sees: when it
-// cannot be written, the client runs all the same.
+// Every run is kept in recordings/ (RecordingWriter): a start line, flushed to disk before the
+// client starts, and, once it has ended, an end line with what the recorder itself knows (how
+// it ended, whether the answer reached the host, how much it wrote and whether that reads as an
+// approval). The outputs themselves, card data masked, are written by the scribe
+// (zelnorinpas-scribe), started on the way out in a session of its own: the card rule is Qt's,
+// and loading Qt costs more than the recorder's whole budget. Recording never changes what the
+// host sees: no wait before the client starts is longer than a small budget, and when nothing
+// can be written, the client runs all the same.
 //
-// Plain C++ and POSIX: this program stands in the host's way on every payment, and loading Qt
-// costs more than its whole budget. The card rule, which is Qt's, is applied by the scribe
-// (zelnorinpas-scribe), started on the way out, after the host has its answer.
+// Plain C++ and POSIX: this program stands in the host's way on every payment.
+
+#include "answerstatus.h"
 
 #include <fieldkinds.h>
+#include <recordingkeys.h>
+#include <recordingline.h>
 #include <recordingwriter.h>
 #include <signalpipe.h>
 
@@ -22,11 +28,13 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <string>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -37,6 +45,7 @@ extern char **environ;
 
 namespace {
 
+namespace k = recordingkeys;
 using Clock = std::chrono::steady_clock;
 
 // The first part of each stream that the recording keeps; the rest is only counted. An answer
@@ -57,6 +66,8 @@ struct Stream
     std::string head;
     uint64_t bytes = 0;
 
+    bool cut() const { return bytes > head.size(); }
+
     void take(const char *data, size_t size)
     {
         bytes += size;
@@ -74,66 +85,12 @@ struct Stream
     }
 };
 
-// A text as a JSON string: quotes and backslashes escaped, control characters as \u00XX, and
-// bytes that are not UTF-8 as U+FFFD, so that every reader can read the line.
-std::string jsonString(const std::string &text)
-{
-    std::string out = "\"";
-    for (size_t i = 0; i < text.size();) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += char(c);
-            ++i;
-        } else if (c < 0x20 || c == 0x7f) {
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\u%04x", c);
-            out += escape;
-            ++i;
-        } else if (c < 0x80) {
-            out += char(c);
-            ++i;
-        } else {
-            const size_t length = c >= 0xf0 ? 4 : c >= 0xe0 ? 3 : c >= 0xc2 ? 2 : 0;
-            bool valid = length > 0 && c < 0xf5 && i + length <= text.size();
-            for (size_t k = 1; valid && k < length; ++k)
-                valid = (static_cast<unsigned char>(text[i + k]) & 0xc0) == 0x80;
-            if (valid) {
-                out.append(text, i, length);
-                i += length;
-            } else {
-                out += "\xef\xbf\xbd";
-                ++i;
-            }
-        }
-    }
-    return out + '"';
-}
-
-// The local time as ISO 8601 with milliseconds and the offset, as Qt reads it back.
-std::string isoTime(std::chrono::system_clock::time_point when)
-{
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(when);
-    const auto ms =
-        std::chrono::duration_cast<std::chrono::milliseconds>(when.time_since_epoch()).count() %
-        1000;
-    std::tm local{};
-    ::localtime_r(&seconds, &local);
-    char date[32];
-    char zone[8];
-    std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &local);
-    std::strftime(zone, sizeof zone, "%z", &local);
-    char text[48];
-    std::snprintf(text, sizeof text, "%s.%03d%.3s:%s", date, int(ms), zone, zone + 3);
-    return text;
-}
-
 // The client's arguments as the recording may show them: the operation code, then each option
 // with its value by the option's kind. The customer's code is card data whole, and an option
 // the table does not know is the client's text, which only the scribe can mask: both by length.
-std::string shownArguments(int argc, char **argv)
+std::vector<std::string> shownArguments(int argc, char **argv)
 {
-    std::string out = "[";
+    std::vector<std::string> shown;
     for (int i = 1; i < argc; ++i) {
         std::string value = argv[i];
         if (i >= 3 && i % 2 == 1) {
@@ -143,16 +100,15 @@ std::string shownArguments(int argc, char **argv)
             else if (kind != ValueKind::Host)
                 value = "<" + std::to_string(value.size()) + " bytes>";
         }
-        out += (i > 1 ? "," : "") + jsonString(value);
+        shown.push_back(value);
     }
-    return out + ']';
+    return shown;
 }
 
-// The directory this program was run from, as the host ran it: ./zelnorinpas in the
-// processing directory.
-std::string processingDirectory(const char *argv0)
+// The directory of a path: where this program was run from, as the host ran it
+// (./zelnorinpas in the processing directory), or where its own file lies.
+std::string directoryOf(const std::string &path)
 {
-    const std::string path = argv0;
     const size_t slash = path.rfind('/');
     return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
 }
@@ -165,84 +121,58 @@ std::string ownDirectory()
     if (n <= 0)
         return ".";
     path[n] = '\0';
-    return processingDirectory(path);
+    return directoryOf(path);
 }
 
-// The scribe, started while the client runs so that its start-up is off the host's way, and
-// fed the run's end through a pipe once it is known. It holds none of the host's descriptors;
-// the host does not wait for it. Should this process be killed, the scribe reads nothing and
-// writes nothing: a start without an end is what such a run is.
-class Scribe
+// Hands the kept outputs to the scribe, started in a session of its own so that nothing sent to
+// the host's process group reaches it, with the outputs on its standard input: an in-memory
+// file, so that handing them over never waits for the scribe. Returns why it could not be
+// started, or an empty text.
+std::string handToScribe(const std::string &directory, std::time_t day, const std::string &run,
+                         const std::string &id, const Stream &out, const Stream &err)
 {
-public:
-    Scribe(const std::string &directory, std::time_t day)
-        : m_directory(directory)
-        , m_day(day)
-    {
-        int pipe[2];
-        if (::pipe2(pipe, O_CLOEXEC) != 0) {
-            m_error = errno;
-            return;
-        }
-        const std::string program = ownDirectory() + '/' + scribe;
-        const std::string dayText = std::to_string(day);
-        const char *arguments[] = {program.c_str(), directory.c_str(), dayText.c_str(), nullptr};
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, pipe[0], STDIN_FILENO);
-        for (int fd : {STDOUT_FILENO, STDERR_FILENO})
-            posix_spawn_file_actions_addopen(&actions, fd, "/dev/null", O_WRONLY, 0);
-        pid_t pid = 0;
-        m_error = posix_spawn(&pid, program.c_str(), &actions, nullptr,
-                              const_cast<char **>(arguments), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        ::close(pipe[0]);
-        m_pipe = pipe[1];
-        if (m_error != 0)
-            m_program = program;
+    const std::string program = ownDirectory() + '/' + scribe;
+    const int memory = int(::syscall(SYS_memfd_create, "zelnorinpas-scribe", MFD_CLOEXEC));
+    if (memory < 0)
+        return program + ": " + std::strerror(errno);
+    std::string input = std::to_string(int(out.cut())) + ' ' + std::to_string(int(err.cut())) +
+                        '\n' + std::to_string(out.head.size()) + '\n' + out.head +
+                        std::to_string(err.head.size()) + '\n' + err.head;
+    for (size_t done = 0; done < input.size();) {
+        const ssize_t n = ::write(memory, input.data() + done, input.size() - done);
+        if (n <= 0 && errno != EINTR)
+            break;
+        done += size_t(std::max<ssize_t>(n, 0));
     }
-    ~Scribe()
-    {
-        if (m_pipe >= 0)
-            ::close(m_pipe);
-    }
-
-    // The end line without the outputs, then each kept output as its length and its bytes.
-    void hand(const std::string &end, const Stream &out, const Stream &err)
-    {
-        if (m_error != 0) {
-            // No scribe: the end is kept without the outputs, which only the scribe may write.
-            RecordingWriter(m_directory, m_day)
-                .append(end.substr(0, end.size() - 1) + ",\"scribe\":" +
-                        jsonString(m_program + ": " + std::strerror(m_error)) + '}');
-            return;
-        }
-        write(end + '\n');
-        for (const Stream *stream : {&out, &err}) {
-            write(std::to_string(stream->head.size()) + '\n');
-            write(stream->head);
-        }
-    }
-
-private:
-    void write(const std::string &text)
-    {
-        for (size_t done = 0; done < text.size();) {
-            const ssize_t n = ::write(m_pipe, text.data() + done, text.size() - done);
-            if (n < 0 && errno == EINTR)
-                continue;
-            if (n <= 0)
-                return;
-            done += size_t(n);
-        }
-    }
-
-    std::string m_directory;
-    std::time_t m_day;
-    std::string m_program;
-    int m_pipe = -1;
-    int m_error = 0;
-};
+    ::lseek(memory, 0, SEEK_SET);
+    const std::string dayText = std::to_string(day);
+    const char *arguments[] = {program.c_str(), directory.c_str(), dayText.c_str(),
+                               run.c_str(),     id.c_str(),        nullptr};
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, memory, STDIN_FILENO);
+    for (int fd : {STDOUT_FILENO, STDERR_FILENO})
+        posix_spawn_file_actions_addopen(&actions, fd, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes,
+                             POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    sigset_t set;
+    sigemptyset(&set);
+    posix_spawnattr_setsigmask(&attributes, &set);
+    sigfillset(&set);
+    sigdelset(&set, SIGKILL);
+    sigdelset(&set, SIGSTOP);
+    posix_spawnattr_setsigdefault(&attributes, &set);
+    pid_t pid = 0;
+    const int error = posix_spawn(&pid, program.c_str(), &actions, &attributes,
+                                  const_cast<char **>(arguments), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    ::close(memory);
+    return error == 0 ? std::string() : program + ": " + std::strerror(error);
+}
 
 // Ends this process as the client ended: with its exit status, or by the same signal.
 [[noreturn]] void endAs(int status)
@@ -251,7 +181,9 @@ private:
         const int signal = WTERMSIG(status);
         const rlimit noCore{0, 0}; // the client's own core, if any, is the one that matters
         ::setrlimit(RLIMIT_CORE, &noCore);
-        std::signal(signal, SIG_DFL);
+        struct sigaction fallback = {};
+        fallback.sa_handler = SIG_DFL;
+        ::sigaction(signal, &fallback, nullptr);
         sigset_t set;
         sigemptyset(&set);
         sigaddset(&set, signal);
@@ -262,81 +194,46 @@ private:
     ::_exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
 }
 
-} // namespace
-
-int main(int argc, char *argv[])
+// Spawns the real client with the pipes of its outputs, every signal at its default as the
+// host would have left it. Returns the error number, or 0.
+int startClient(const std::string &path, char **argv, Stream &out, Stream &err, pid_t &pid)
 {
-    const auto startedAt = std::chrono::system_clock::now();
-    const Clock::time_point started = Clock::now();
-    // What asks the client to stop is passed on to it.
-    SignalPipe signals({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGALRM});
-    // A host that is gone or a file that may not grow fails a write, not this process.
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
-    const pid_t host = ::getppid();
-
-    const std::string directory = processingDirectory(argv[0]);
-    const std::time_t day = std::chrono::system_clock::to_time_t(startedAt);
-    RecordingWriter recording(directory, day);
-    char id[64];
-    std::snprintf(id, sizeof id, "%s-%d", isoTime(startedAt).substr(0, 23).c_str(),
-                  int(::getpid()));
-    recording.append("{\"event\":\"start\",\"id\":" + jsonString(id) + ",\"time\":" +
-                     jsonString(isoTime(startedAt)) + ",\"pid\":" + std::to_string(::getpid()) +
-                     ",\"arguments\":" + shownArguments(argc, argv) + '}');
-
-    Stream out;
-    Stream err;
-    out.head.reserve(keptBytes);
-    out.to = STDOUT_FILENO;
-    err.to = STDERR_FILENO;
     int outPipe[2] = {-1, -1};
     int errPipe[2] = {-1, -1};
-    const std::string client = directory + '/' + realClient;
-    pid_t pid = 0;
-    int spawnError =
-        ::pipe2(outPipe, O_CLOEXEC) != 0 || ::pipe2(errPipe, O_CLOEXEC) != 0 ? errno : 0;
-    if (spawnError == 0) {
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, outPipe[1], STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, errPipe[1], STDERR_FILENO);
-        // The client starts with every signal as the host would have left it: at its default.
-        posix_spawnattr_t attributes;
-        posix_spawnattr_init(&attributes);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-        sigset_t set;
-        sigemptyset(&set);
-        posix_spawnattr_setsigmask(&attributes, &set);
-        sigfillset(&set);
-        sigdelset(&set, SIGKILL);
-        sigdelset(&set, SIGSTOP);
-        posix_spawnattr_setsigdefault(&attributes, &set);
-        spawnError = posix_spawn(&pid, client.c_str(), &actions, &attributes, argv, environ);
-        posix_spawn_file_actions_destroy(&actions);
-        posix_spawnattr_destroy(&attributes);
-        ::close(outPipe[1]);
-        ::close(errPipe[1]);
-        out.from = outPipe[0];
-        err.from = errPipe[0];
-        ::fcntl(out.from, F_SETFL, O_NONBLOCK);
-        ::fcntl(err.from, F_SETFL, O_NONBLOCK);
-    }
-    Scribe scribeProcess(directory, day);
-    if (spawnError != 0) {
-        const std::string why = client + ": " + std::strerror(spawnError);
-        const std::string text = "zelnorinpas: cannot start the payment client " + why + '\n';
-        err.take(text.data(), text.size());
-        scribeProcess.hand(
-            "{\"event\":\"end\",\"id\":" + jsonString(id) +
-                ",\"time\":" + jsonString(isoTime(std::chrono::system_clock::now())) +
-                ",\"durationMs\":0,\"startError\":" + jsonString(why) +
-                ",\"exitStatus\":127,\"delivered\":" + (err.passing ? "true" : "false") +
-                ",\"stdoutBytes\":0,\"stderrBytes\":" + std::to_string(err.bytes) + '}',
-            out, err);
-        return 127;
-    }
+    if (::pipe2(outPipe, O_CLOEXEC) != 0 || ::pipe2(errPipe, O_CLOEXEC) != 0)
+        return errno;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, outPipe[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, errPipe[1], STDERR_FILENO);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    sigset_t set;
+    sigemptyset(&set);
+    posix_spawnattr_setsigmask(&attributes, &set);
+    sigfillset(&set);
+    sigdelset(&set, SIGKILL);
+    sigdelset(&set, SIGSTOP);
+    posix_spawnattr_setsigdefault(&attributes, &set);
+    // argv[0] stays the name the host ran: a program sees ./zelnorinpas. A script sees the file
+    // the kernel ran, zelnorinpas.real, as its $0: the interpreter is given the script's path.
+    const int error = posix_spawn(&pid, path.c_str(), &actions, &attributes, argv, environ);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    ::close(outPipe[1]);
+    ::close(errPipe[1]);
+    out.from = outPipe[0];
+    err.from = errPipe[0];
+    ::fcntl(out.from, F_SETFL, O_NONBLOCK);
+    ::fcntl(err.from, F_SETFL, O_NONBLOCK);
+    return error;
+}
 
+// Passes the client's outputs on to the host and every signal for the recorder on to the
+// client, until the client has ended and its outputs are drained. Returns its wait status.
+int passThrough(pid_t pid, Stream &out, Stream &err, SignalPipe &signals)
+{
     const int pidFd = int(::syscall(SYS_pidfd_open, pid, 0));
     int status = 0;
     bool exited = false;
@@ -381,23 +278,82 @@ int main(int argc, char *argv[])
             ::kill(pid, signal);
     }
     if (!exited)
-        ::waitpid(pid, &status, 0);
+        while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+        }
+    if (pidFd >= 0)
+        ::close(pidFd);
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    const auto startedAt = std::chrono::system_clock::now();
+    const Clock::time_point started = Clock::now();
+    // Every signal that would end the recorder is passed on to the client, from here on.
+    SignalPipe signals(SignalPipe::endingSignals(), SignalPipe::Restore::Never);
+    const pid_t host = ::getppid();
+
+    const std::string directory = directoryOf(argv[0]);
+    const std::time_t day = std::chrono::system_clock::to_time_t(startedAt);
+    const std::string startTime = RecordingLine::isoTime(startedAt);
+    const std::string id = startTime.substr(0, 23) + '-' + std::to_string(::getpid());
+    // The name of the run's own file, for a line that cannot wait for the day's lock.
+    const std::string run = startTime.substr(11, 2) + startTime.substr(14, 2) +
+                            startTime.substr(17, 6) + '-' + std::to_string(::getpid());
+    RecordingWriter recording(directory, day, run);
+
+    RecordingLine start(k::start);
+    start.add(k::id, id).add(k::time, startTime).add(k::pid, ::getpid());
+    start.addTexts(k::arguments, shownArguments(argc, argv));
+    if (const char *acknowledging = std::getenv(k::hostVariable))
+        start.add(k::host, std::string(acknowledging));
+    start.add(k::hostPid, host);
+    recording.append(start.text(), RecordingWriter::hurried());
+
+    Stream out;
+    Stream err;
+    out.head.reserve(keptBytes);
+    out.to = STDOUT_FILENO;
+    err.to = STDERR_FILENO;
+    const std::string client = directory + '/' + realClient;
+    pid_t pid = 0;
+    const int spawnError = startClient(client, argv, out, err, pid);
+    int status = 0;
+    if (spawnError != 0) {
+        const std::string text = "zelnorinpas: cannot start the payment client " + client + ": " +
+                                 std::strerror(spawnError) + '\n';
+        err.take(text.data(), text.size());
+        status = 127 << 8;
+    } else {
+        status = passThrough(pid, out, err, signals);
+    }
 
     const bool delivered = out.passing && err.passing && ::getppid() == host;
-    const auto ms =
-        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - started).count();
-    std::string end = "{\"event\":\"end\",\"id\":" + jsonString(id) +
-                      ",\"time\":" + jsonString(isoTime(std::chrono::system_clock::now())) +
-                      ",\"durationMs\":" + std::to_string(ms);
-    end += WIFSIGNALED(status) ? ",\"signal\":" + std::to_string(WTERMSIG(status))
-                               : ",\"exitStatus\":" + std::to_string(WEXITSTATUS(status));
-    end += std::string(",\"delivered\":") + (delivered ? "true" : "false");
-    for (const auto &[name, stream] : {std::pair{"stdout", &out}, std::pair{"stderr", &err}}) {
-        end += ",\"" + std::string(name) + "Bytes\":" + std::to_string(stream->bytes);
-        if (stream->bytes > stream->head.size())
-            end += ",\"" + std::string(name) + "Cut\":true";
-    }
-    end += '}';
-    scribeProcess.hand(end, out, err);
+    const std::string scribeError = handToScribe(directory, day, run, id, out, err);
+    RecordingLine end(k::end);
+    end.add(k::id, id).add(k::time, RecordingLine::isoTime(std::chrono::system_clock::now()));
+    end.add(k::durationMs,
+            std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - started).count());
+    if (spawnError != 0)
+        end.add(k::startError, client + ": " + std::strerror(spawnError));
+    if (WIFSIGNALED(status))
+        end.add(k::signal, WTERMSIG(status));
+    else
+        end.add(k::exitStatus, WEXITSTATUS(status));
+    end.add(k::delivered, delivered);
+    end.add(k::approval, answerStatus(out.head) == 1);
+    end.add(k::stdoutBytes, out.bytes).add(k::stderrBytes, err.bytes);
+    if (out.cut())
+        end.add(k::stdoutCut, true);
+    if (err.cut())
+        end.add(k::stderrCut, true);
+    if (!scribeError.empty())
+        end.add(scribe, scribeError);
+    // Not waited for on disk: the scribe flushes the day once it has written the outputs, and a
+    // run whose end is lost reads as one whose outcome is unknown, never as a settled one.
+    recording.append(end.text(),
+                     {RecordingWriter::hurried().lock, std::chrono::milliseconds(0), false});
     endAs(status);
 }

@@ -1,14 +1,17 @@
-// zelnorinpas-scribe: the recorder's second half. It writes a run's end line with the client's
-// outputs masked by the card rule, after the recorder has handed the host its answer, so that
-// loading Qt costs the host nothing.
+// zelnorinpas-scribe: the recorder's second half. It writes a run's output line, the client's
+// outputs masked by the card rule, after the recorder has handed the host its answer and written
+// the run's end line itself, so that loading Qt costs the host nothing. It runs in a session of
+// its own, out of reach of whatever is sent to the host's process group; should it never write,
+// the run's end stands without its outputs, which check reports as the scribe's failure.
 //
-// Arguments: the processing directory and the run's start time (seconds since the epoch, which
-// names the day's file). On its standard input, once the run has ended: the end line without
-// its outputs, then the kept part of the client's standard output and error, each as its length
-// on a line of its own and its bytes. Nothing on its input, or less than that, writes nothing.
+// Arguments: the processing directory, the run's start time (seconds since the epoch, which
+// names the day's file), the name of the run's own file and the run's id. On its standard input:
+// a line with whether each output was cut ("1 0"), then the kept part of the client's standard
+// output and error, each as its length on a line of its own and its bytes.
 
 #include <cardmask.h>
 #include <outputmask.h>
+#include <recordingkeys.h>
 #include <recordingwriter.h>
 
 #include <QByteArray>
@@ -42,46 +45,41 @@ bool readSized(QFile &in, QByteArray &bytes)
     const qint64 size = length.toLongLong(&ok);
     if (!ok || size < 0)
         return false;
-    bytes.clear();
-    // A pipe gives what it has: read until the whole part is there, or the input ends.
-    while (bytes.size() < size) {
-        const QByteArray part = in.read(size - bytes.size());
-        if (part.isEmpty())
-            return false;
-        bytes += part;
-    }
-    return true;
+    bytes = in.read(size);
+    return bytes.size() == size;
 }
 
 // A stream kept as text with its card data masked: its output by the kind of each field, its
 // error by the rule for text, which keeps the words the host shows the cashier as they are.
-void keep(QJsonObject &end, QLatin1StringView name, const QByteArray &bytes, bool isOutput)
+void keep(QJsonObject &line, const char *name, const QByteArray &bytes, bool cut, bool isOutput)
 {
-    const bool cut = end.value(name + "Cut"_L1).toBool();
     const CardMask::Ending ending = cut ? CardMask::Ending::MayBeCut : CardMask::Ending::Whole;
     QString text = QString::fromUtf8(bytes);
+    const QString key = QLatin1StringView(name);
     if (text.toUtf8() != bytes) {
         text = QString::fromLatin1(bytes);
-        end.insert(name + "Encoding"_L1, u"latin1"_s);
+        line.insert(key + u"Encoding"_s, u"latin1"_s);
     }
-    end.insert(name, isOutput ? OutputMask::masked(text, ending) : CardMask::text(text, ending));
+    line.insert(key, isOutput ? OutputMask::masked(text, ending) : CardMask::text(text, ending));
 }
 
 } // namespace
 
 int main(int argc, char *argv[])
 {
-    if (argc != 3)
+    if (argc != 5)
         return 2;
     QFile in;
-    QByteArray prefix, output, error;
-    if (!in.open(stdin, QIODevice::ReadOnly) || !readLine(in, prefix) || !readSized(in, output) ||
+    QByteArray cut, output, error;
+    if (!in.open(stdin, QIODevice::ReadOnly) || !readLine(in, cut) || !readSized(in, output) ||
         !readSized(in, error))
-        return 1; // the recorder was ended before the run was: its start stands alone
-    QJsonObject end = QJsonDocument::fromJson(prefix).object();
-    keep(end, "stdout"_L1, output, true);
-    keep(end, "stderr"_L1, error, false);
-    const QByteArray line = QJsonDocument(end).toJson(QJsonDocument::Compact);
-    RecordingWriter writer(argv[1], std::time_t(std::atoll(argv[2])));
-    return writer.append(line.toStdString()) ? 0 : 1;
+        return 1;
+    namespace k = recordingkeys;
+    QJsonObject line{{QLatin1StringView(k::event), QLatin1StringView(k::output)},
+                     {QLatin1StringView(k::id), QString::fromUtf8(argv[4])}};
+    keep(line, k::stdoutText, output, cut.startsWith('1'), true);
+    keep(line, k::stderrText, error, cut.endsWith('1'), false);
+    const QByteArray text = QJsonDocument(line).toJson(QJsonDocument::Compact);
+    RecordingWriter writer(argv[1], std::time_t(std::atoll(argv[2])), argv[3]);
+    return writer.append(text.toStdString()) == RecordingWriter::Where::Nowhere ? 1 : 0;
 }
