@@ -153,7 +153,7 @@ void tst_Recorder::transparent()
     QTRY_COMPARE_WITH_TIMEOUT(recording(fake.directory()).count("\"event\":\"output\""),
                               ending.isEmpty() ? 0 : 1, 30000);
     const QByteArray lines = recording(fake.directory());
-    const Recordings::Day day = Recordings::read(fake.directory(), QDate::currentDate());
+    const Recordings::Day day = Recordings::read(fake.directory(), QDate::currentDate(), Recordings::Streams::Kept);
     QCOMPARE(day.runs.size(), 1);
     const RecordedRun &run = day.runs.first();
     QCOMPARE(run.ended ? run.ending() : QString(), ending);

@@ -56,10 +56,13 @@ bool isSeparator(char16_t c)
     if (c < 128)
         return asciiSeparators[c];
     const QChar ch(c);
-    if (ch.isSpace() || ch.isPunct())
+    if (ch.isSpace() || ch.isPunct() || c == 0xfffd)
         return true;
+    // A surrogate stands in for a byte that was not UTF-8 (RecordedText), a no-break space of
+    // cp1251 or cp866 perhaps; the replacement character for one the plug-in could not read.
     const QChar::Category category = ch.category();
-    return category == QChar::Other_Control || category == QChar::Other_Format;
+    return category == QChar::Other_Control || category == QChar::Other_Format ||
+           category == QChar::Other_Surrogate;
 }
 
 // Digits written together, between separators. Its digits are kept as they were read, since

@@ -33,9 +33,16 @@ inline constexpr const char *stderrBytes = "stderrBytes";
 inline constexpr const char *stdoutCut = "stdoutCut";
 inline constexpr const char *stderrCut = "stderrCut";
 
-// output
+// output: the answer's members that readers want, first; then the outputs, always last, so that
+// a reader stops before them (the ",\"stdout\":" that starts them cannot stand inside a string).
+inline constexpr const char *answer = "answer";
+inline constexpr const char *answerMembers[] = {"Status", "ResponseCodeHost", "TextResponse",
+                                                "AuthorizationCode", "ReferenceNumber"};
+inline constexpr const char *stdoutEscaped = "stdoutEscaped"; // held bytes that are not UTF-8
+inline constexpr const char *stderrEscaped = "stderrEscaped";
 inline constexpr const char *stdoutText = "stdout";
 inline constexpr const char *stderrText = "stderr";
+inline constexpr const char *outputsStart = ",\"stdout\":";
 
 // acknowledged
 inline constexpr const char *pids = "pids";

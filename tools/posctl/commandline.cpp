@@ -215,6 +215,8 @@ bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &gl
                 return false;
             }
             invocation.day = day;
+        } else if (word == "--force"_L1) {
+            invocation.force = true;
         } else if (scope == TopLevel && word == "--plugin"_L1) {
             if (!value(globals.pluginPath))
                 return false;

@@ -25,6 +25,7 @@ struct Invocation
     int formSequence = 0;
     std::optional<QDateTime> formTime;
     std::optional<QDate> day; // of the recordings to list
+    bool force = false;       // recorder off over a newer client
 };
 
 // Options that concern posctl itself rather than one request.

@@ -78,67 +78,80 @@ QString interpreterOf(const QString &path)
     return QString::fromLocal8Bit(head.mid(2).trimmed().split(' ').value(0));
 }
 
-QStringList clientProblems(const QString &directory)
+Findings clientFindings(const QString &directory)
 {
+    using Kind = Finding::Kind;
     const QFileInfo dir(directory);
     if (!dir.exists())
-        return {u"the directory %1 does not exist"_s.arg(directory)};
+        return {
+            Finding::of(Kind::NoDirectory, u"the directory %1 does not exist"_s.arg(directory))};
     if (!dir.isDir())
-        return {u"%1 is not a directory"_s.arg(directory)};
+        return {Finding::of(Kind::NotADirectory, u"%1 is not a directory"_s.arg(directory))};
     const QString path = QDir(directory).filePath(clientName);
     const QFileInfo client(path);
     if (!client.exists())
-        return {u"there is no payment client %1"_s.arg(path)};
+        return {Finding::of(Kind::NoClient, u"there is no payment client %1"_s.arg(path))};
     if (!client.isFile())
-        return {u"%1 is not a file"_s.arg(path)};
+        return {Finding::of(Kind::ClientNotAFile, u"%1 is not a file"_s.arg(path))};
     if (!client.isExecutable())
-        return {u"%1 is not executable (chmod +x %1)"_s.arg(path)};
+        return {Finding::of(Kind::ClientNotExecutable,
+                            u"%1 is not executable (chmod +x %1)"_s.arg(path))};
     const QString interpreter = interpreterOf(path);
     if (!interpreter.isEmpty() && !QFileInfo(interpreter).isExecutable())
-        return {u"%1 is a script whose interpreter %2 is missing"_s.arg(path, interpreter)};
+        return {Finding::of(
+            Kind::InterpreterMissing,
+            u"%1 is a script whose interpreter %2 is missing"_s.arg(path, interpreter))};
     return {};
 }
 
 // The lines of zelnorinpas.conf: syntax, groups and keys. Returns the line of each known key.
-QHash<QString, int> scanConfig(const QByteArray &content, QStringList &problems)
+QHash<QString, int> scanConfig(const QByteArray &content, Findings &findings)
 {
+    using Kind = Finding::Kind;
     QHash<QString, int> lines;
     QString group;
     const QList<QByteArray> rows = content.split('\n');
     for (qsizetype i = 0; i < rows.size(); ++i) {
         const QString line = QString::fromUtf8(rows.at(i)).trimmed();
-        const QString where = u"%1, line %2: "_s.arg(configName).arg(i + 1);
+        const auto found = [&](Kind kind, const QString &what) {
+            Finding finding =
+                Finding::of(kind, u"%1, line %2: %3"_s.arg(configName).arg(i + 1).arg(what));
+            finding.file = configName;
+            finding.line = int(i + 1);
+            findings.append(finding);
+        };
         if (line.isEmpty() || line.startsWith(u';') || line.startsWith(u'#'))
             continue;
         if (line.startsWith(u'[')) {
             if (!line.endsWith(u']')) {
-                problems.append(where + u"a group must end with \"]\": %1"_s.arg(line));
+                found(Kind::NotASetting, u"a group must end with \"]\": %1"_s.arg(line));
                 continue;
             }
             group = line.mid(1, line.size() - 2).trimmed();
             if (group != "Client"_L1 && group != "ErrorCodes"_L1 && group != emulatorGroup)
-                problems.append(where + u"the plug-in reads no group [%1] (its groups are "
-                                        u"[Client] and [ErrorCodes])"_s.arg(group));
+                found(Kind::GroupNotRead, u"the plug-in reads no group [%1] (its groups are "
+                                          u"[Client] and [ErrorCodes])"_s.arg(group));
             continue;
         }
         const qsizetype equals = line.indexOf(u'=');
         if (equals <= 0) {
-            problems.append(where + u"not a setting (key=value), a [group] or a comment: %1"_s.arg(
-                                        line.left(80)));
+            found(Kind::NotASetting,
+                  u"not a setting (key=value), a [group] or a comment: %1"_s.arg(line.left(80)));
             continue;
         }
         const QString key = line.left(equals).trimmed();
         if (group == emulatorGroup)
             continue; // the emulator's own settings
         if (const SettingKey *known = findKey(key, group)) {
-            lines.insert(known->configKey(), i + 1);
+            lines.insert(known->configKey(), int(i + 1));
         } else if (const SettingKey *elsewhere = findKey(key)) {
-            problems.append(where + u"%1 belongs in [%2], not in [%3]"_s.arg(
-                                        key, QLatin1StringView(elsewhere->group), group));
+            found(Kind::KeyInWrongGroup, u"%1 belongs in [%2], not in [%3]"_s.arg(
+                                             key, QLatin1StringView(elsewhere->group), group));
         } else {
             const QString nearest = nearestKey(key);
-            problems.append(where + u"the plug-in does not read %1"_s.arg(key) +
-                            (nearest.isEmpty() ? QString() : u"; did you mean %1?"_s.arg(nearest)));
+            found(Kind::KeyNotRead,
+                  u"the plug-in does not read %1"_s.arg(key) +
+                      (nearest.isEmpty() ? QString() : u"; did you mean %1?"_s.arg(nearest)));
         }
     }
     return lines;
@@ -159,46 +172,56 @@ void reportClients(DirectoryCheck::Report &report)
 {
     report.clients = RunningClients::in(report.directory);
     for (const RunningClients::Client &client : std::as_const(report.clients)) {
-        report.problems.append(
+        Finding finding = Finding::of(
+            Finding::Kind::ClientStillRunning,
             u"a payment client still runs here: process %1, for %2%3: %4"_s.arg(client.processId)
                 .arg(duration(client.seconds),
                      client.holdsLock ? u", holding the terminal lock zelnorinpas.lock"_s
                                       : QString(),
                      client.arguments.join(u' ')));
-        report.notes.append(
+        finding.processId = client.processId;
+        finding.advice =
             u"process %1 may still be waiting at the terminal or finishing a payment: look at the "
             u"terminal's screen. To end it safely, ask it to interrupt (kill -INT %1) and let it "
             u"answer; only if it does not end, end its process group (kill -TERM -- -%1). Then "
             u"print the terminal's last slip (posctl --dir %2 copy) to learn how its operation "
             u"ended before you repeat it"_s.arg(client.processId)
-                .arg(report.directory));
+                .arg(report.directory);
+        report.findings.append(finding);
     }
-}
-
-QString listText(const QStringList &items)
-{
-    return items.isEmpty() ? u"(empty)"_s : items.join(u", "_s);
 }
 
 } // namespace
 
+bool DirectoryCheck::Report::ok() const
+{
+    return std::none_of(findings.cbegin(), findings.cend(),
+                        [](const Finding &finding) { return finding.isProblem(); });
+}
+
 DirectoryCheck::Report DirectoryCheck::run(const QString &directory)
 {
+    using Kind = Finding::Kind;
     Report report;
     report.directory = directory;
-    report.problems = clientProblems(directory);
+    report.findings = clientFindings(directory);
     reportClients(report);
-    RecordingsReport::addFindings(directory, report.problems, report.notes);
+    RecordingsReport::addFindings(directory, report.findings);
 
     const QString configPath = QDir(directory).filePath(configName);
     QHash<QString, int> keyLines;
     QFile file(configPath);
+    Findings configuration;
     if (!QFileInfo::exists(configPath))
-        report.notes.append(u"there is no %1: every setting has its default"_s.arg(configPath));
+        configuration.append(
+            Finding::of(Kind::NoConfiguration,
+                        u"there is no %1: every setting has its default"_s.arg(configPath)));
     else if (!file.open(QIODevice::ReadOnly))
-        report.problems.append(u"%1 cannot be read: %2"_s.arg(configPath, file.errorString()));
+        configuration.append(
+            Finding::of(Kind::ConfigurationUnreadable,
+                        u"%1 cannot be read: %2"_s.arg(configPath, file.errorString())));
     else
-        keyLines = scanConfig(file.readAll(), report.problems);
+        keyLines = scanConfig(file.readAll(), configuration);
 
     // Read through the host's configuration, as the plug-in reads it.
     Config config;
@@ -206,114 +229,123 @@ DirectoryCheck::Report DirectoryCheck::run(const QString &directory)
     for (const SettingKey &key : settingkeys::all) {
         const QString configKey = key.configKey();
         const QVariant stored = config.value(configKey);
-        const QString where =
-            keyLines.contains(configKey)
-                ? u"%1, line %2: "_s.arg(configName).arg(keyLines.value(configKey))
-                : QString();
+        const int line = keyLines.value(configKey);
+        const auto found = [&](Kind kind, const QString &what) {
+            Finding finding = Finding::of(
+                kind, (line > 0 ? u"%1, line %2: "_s.arg(configName).arg(line) : QString()) + what);
+            finding.file = line > 0 ? configName : QString();
+            finding.line = line;
+            configuration.append(finding);
+        };
+        const QString name = QLatin1StringView(key.name);
         const QString shown = stored.toStringList().join(u", "_s);
-        Setting setting{QLatin1StringView(key.group) + u'/' + QLatin1StringView(key.name),
-                        {},
-                        !stored.isValid()};
+        Setting setting{QLatin1StringView(key.group) + u'/' + name, {}, false, !stored.isValid()};
         switch (key.kind) {
         case SettingKind::Boolean: {
             const std::optional<bool> value = Config::toBool(stored);
             if (stored.isValid() && !value) {
-                report.problems.append(
-                    where + u"%1=%2 is neither true nor false; the plug-in "
-                            u"uses the default"_s.arg(QLatin1StringView(key.name), shown));
+                found(Kind::ValueNotRead, u"%1=%2 is neither true nor false; the plug-in uses the "
+                                          u"default"_s.arg(name, shown));
                 setting.isDefault = true;
             }
-            setting.value = value.value_or(key.defaultValue != 0) ? u"true"_s : u"false"_s;
+            setting.value = {value.value_or(key.defaultValue != 0) ? u"true"_s : u"false"_s};
             break;
         }
         case SettingKind::Integer: {
             const std::optional<int> value = Config::toInt(stored);
             if (stored.isValid() && !value) {
-                report.problems.append(where +
-                                       u"%1=%2 is not a whole number; the plug-in uses "
-                                       u"the default"_s.arg(QLatin1StringView(key.name), shown));
+                found(Kind::ValueNotRead,
+                      u"%1=%2 is not a whole number; the plug-in uses the default"_s.arg(name,
+                                                                                         shown));
                 setting.isDefault = true;
             } else if (value && *value < 0 &&
                        key.name == settingkeys::intervalBetweenOperations.name) {
-                report.problems.append(where +
-                                       u"%1=%2 is below 0: no pause is kept between "
-                                       u"client runs"_s.arg(QLatin1StringView(key.name), shown));
+                found(Kind::IntervalBelowZero,
+                      u"%1=%2 is below 0: no pause is kept between client runs"_s.arg(name, shown));
             }
-            setting.value = QString::number(value.value_or(key.defaultValue));
+            setting.value = {QString::number(value.value_or(key.defaultValue))};
             break;
         }
         case SettingKind::IntegerList: {
-            QStringList codes;
+            setting.isList = true;
             for (const QString &item : config.getStringList(configKey, {})) {
                 bool ok = false;
                 item.toInt(&ok, 10);
                 if (ok)
-                    codes.append(item);
+                    setting.value.append(item);
                 else
-                    report.problems.append(
-                        where + u"%1: \"%2\" is not a 32-bit whole number "
-                                u"and is dropped"_s.arg(QLatin1StringView(key.name), item));
+                    found(Kind::ItemDropped, u"%1: \"%2\" is not a 32-bit whole number and is "
+                                             u"dropped"_s.arg(name, item));
             }
-            setting.value = listText(codes);
             break;
         }
         case SettingKind::TextList: {
-            QStringList texts;
+            setting.isList = true;
             for (const QString &item : config.getStringList(configKey, {}))
-                if (!item.trimmed().isEmpty() && !texts.contains(item.trimmed().toUpper()))
-                    texts.append(item.trimmed().toUpper());
-            setting.value = listText(texts);
+                if (!item.trimmed().isEmpty() && !setting.value.contains(item.trimmed().toUpper()))
+                    setting.value.append(item.trimmed().toUpper());
             break;
         }
         }
         report.settings.append(setting);
     }
-    // The file's problems in the order of its lines, after those of the client.
-    const auto lineOf = [](const QString &problem) {
-        const qsizetype at = problem.indexOf(u", line "_s);
-        return problem.startsWith(configName) && at > 0
-                   ? problem.mid(at + 7).section(u':', 0, 0).toInt()
-                   : 0;
-    };
-    std::stable_sort(report.problems.begin(), report.problems.end(),
-                     [&](const QString &a, const QString &b) { return lineOf(a) < lineOf(b); });
+    // The file's findings in the order of its lines, after those of the client.
+    std::stable_sort(configuration.begin(), configuration.end(),
+                     [](const Finding &a, const Finding &b) { return a.line < b.line; });
+    report.findings += configuration;
     return report;
 }
 
 QString DirectoryCheck::text(const Report &report)
 {
     QString out = u"processing directory %1\n"_s.arg(report.directory);
-    for (const QString &problem : report.problems)
-        out += u"  problem: "_s + problem + u'\n';
-    for (const QString &note : report.notes)
-        out += u"  note:    "_s + note + u'\n';
+    for (const Finding &finding : report.findings)
+        if (finding.isProblem())
+            out += u"  problem: "_s + finding.text + u'\n';
+    for (const Finding &finding : report.findings)
+        if (!finding.isProblem())
+            out += u"  note:    "_s + finding.text + u'\n';
+    for (const Finding &finding : report.findings)
+        if (!finding.advice.isEmpty())
+            out += u"  note:    "_s + finding.advice + u'\n';
     out += report.ok() ? u"  all is well\n"_s : QString();
     out += u"\nsettings in effect:\n"_s;
     for (const Setting &s : report.settings)
-        out += u"  %1 %2%3\n"_s.arg(s.key.leftJustified(40), s.value,
+        out += u"  %1 %2%3\n"_s.arg(s.key.leftJustified(40),
+                                    s.isList && s.value.isEmpty() ? u"(empty)"_s
+                                                                  : s.value.join(u", "_s),
                                     s.isDefault ? u"  (default)"_s : QString());
     return out;
 }
 
 QString DirectoryCheck::json(const Report &report)
 {
-    QJsonArray clients;
+    QStringList findings;
+    for (const Finding &finding : report.findings)
+        findings.append(finding.toJson());
+    QStringList clients;
     for (const RunningClients::Client &client : report.clients)
-        clients.append(QJsonObject{{u"processId"_s, client.processId},
-                                   {u"arguments"_s, QJsonArray::fromStringList(client.arguments)},
-                                   {u"seconds"_s, client.seconds},
-                                   {u"holdsLock"_s, client.holdsLock}});
-    QJsonArray settings;
+        clients.append(JsonWriter()
+                           .add(u"processId"_s, client.processId)
+                           .add(u"arguments"_s, QJsonArray::fromStringList(client.arguments))
+                           .add(u"seconds"_s, client.seconds)
+                           .add(u"holdsLock"_s, client.holdsLock)
+                           .toString());
+    QStringList settings;
     for (const Setting &s : report.settings)
-        settings.append(
-            QJsonObject{{u"key"_s, s.key}, {u"value"_s, s.value}, {u"default"_s, s.isDefault}});
+        settings.append(JsonWriter()
+                            .add(u"key"_s, s.key)
+                            .add(u"value"_s, s.isList
+                                                 ? QJsonValue(QJsonArray::fromStringList(s.value))
+                                                 : QJsonValue(s.value.value(0)))
+                            .add(u"default"_s, s.isDefault)
+                            .toString());
     return JsonWriter()
         .add(u"directory"_s, report.directory)
         .add(u"ok"_s, report.ok())
-        .add(u"problems"_s, QJsonArray::fromStringList(report.problems))
-        .add(u"notes"_s, QJsonArray::fromStringList(report.notes))
-        .add(u"clients"_s, clients)
-        .add(u"settings"_s, settings)
+        .addRaw(u"findings"_s, JsonWriter::array(findings))
+        .addRaw(u"clients"_s, JsonWriter::array(clients))
+        .addRaw(u"settings"_s, JsonWriter::array(settings))
         .toString();
 }
 

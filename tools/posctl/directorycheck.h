@@ -1,5 +1,6 @@
 #pragma once
 
+#include "finding.h"
 #include "runningclients.h"
 
 #include <QList>
@@ -14,18 +15,18 @@ class DirectoryCheck
 public:
     struct Setting
     {
-        QString key; // "Group/name"
-        QString value;
+        QString key;       // "Group/name"
+        QStringList value; // one item, or a list's items
+        bool isList = false;
         bool isDefault = false;
     };
     struct Report
     {
         QString directory;
-        QStringList problems;
-        QStringList notes;
+        Findings findings;
         QList<Setting> settings;
         QList<RunningClients::Client> clients; // still running in the directory
-        bool ok() const { return problems.isEmpty(); }
+        bool ok() const;
     };
 
     static Report run(const QString &directory);

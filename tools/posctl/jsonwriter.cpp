@@ -22,3 +22,8 @@ QString JsonWriter::encode(const QJsonValue &value)
     const QByteArray array = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
     return QString::fromUtf8(array.mid(1, array.size() - 2));
 }
+
+QString JsonWriter::array(const QStringList &values)
+{
+    return u'[' + values.join(u',') + u']';
+}

@@ -2,6 +2,7 @@
 
 #include <QJsonValue>
 #include <QString>
+#include <QStringList>
 
 // Writes one compact JSON object with its keys in the order they are added (QJsonObject would
 // sort them, and people read these lines).
@@ -13,6 +14,8 @@ public:
     QString toString() const { return u'{' + m_body + u'}'; }
 
     static QString encode(const QJsonValue &value);
+    // A JSON array of values that are JSON already.
+    static QString array(const QStringList &values);
 
 private:
     QString m_body;

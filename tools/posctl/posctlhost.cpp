@@ -134,12 +134,16 @@ int PosctlHost::check()
     return report.ok() ? 0 : 1;
 }
 
-int PosctlHost::recorder(const QString &onOrOff)
+int PosctlHost::recorder(const Invocation &invocation)
 {
     const QString directory = CommandRunner::processingDirectory(*m_processor);
     QString message;
-    const bool done = onOrOff == "on"_L1 ? RecorderSetup::turnOn(directory, message)
-                                         : RecorderSetup::turnOff(directory, message);
+    const bool done = invocation.positional.first() == "on"_L1
+                          ? RecorderSetup::turnOn(directory, message)
+                          : RecorderSetup::turnOff(directory,
+                                                   invocation.force ? RecorderSetup::Force::Yes
+                                                                    : RecorderSetup::Force::No,
+                                                   message);
     if (!done) {
         complain(message);
         return 1;
@@ -163,7 +167,7 @@ int PosctlHost::runOne(const Invocation &invocation)
     if (invocation.command == "check"_L1)
         return check();
     if (invocation.command == "recorder"_L1)
-        return recorder(invocation.positional.first());
+        return recorder(invocation);
     if (invocation.command == "recordings"_L1)
         return recordings(invocation);
     return runCommand(invocation, m_globals.json);

@@ -28,7 +28,7 @@ public:
 private:
     bool newProcessor(QString &error);
     int check();
-    int recorder(const QString &onOrOff);
+    int recorder(const Invocation &invocation);
     int recordings(const Invocation &invocation);
     // One command on the processor, guarded from the host call until its answer is written.
     // batchLine: the line of a batch it came from, or 0.

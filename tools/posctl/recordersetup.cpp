@@ -3,9 +3,13 @@
 #include "installedfiles.h"
 #include "runningclients.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
 
 #include <cerrno>
 #include <cstdio>
@@ -77,6 +81,26 @@ bool place(const QString &from, const QString &to, QFile::Permissions permission
     return true;
 }
 
+// What is put where, for check and for turning off.
+void writeNote(const QString &directory, const QString &client, const QString &recorder)
+{
+    const auto object = [](const std::optional<RecorderSetup::Program> &program) {
+        return program ? QJsonObject{{u"size"_s, program->size},
+                                     {u"modified"_s, program->modified.toString(Qt::ISODate)},
+                                     {u"sha256"_s, QString::fromLatin1(program->sha256)}}
+                       : QJsonObject();
+    };
+    QSaveFile file(QDir(directory).filePath(QLatin1StringView(RecorderSetup::noteFile)));
+    if (!file.open(QIODevice::WriteOnly))
+        return;
+    file.write(
+        QJsonDocument(QJsonObject{{u"on"_s, QDateTime::currentDateTime().toString(Qt::ISODate)},
+                                  {u"client"_s, object(RecorderSetup::program(client))},
+                                  {u"recorder"_s, object(RecorderSetup::program(recorder))}})
+            .toJson());
+    file.commit();
+}
+
 QString busy(const QString &directory)
 {
     const QList<RunningClients::Client> clients = RunningClients::in(directory);
@@ -90,11 +114,39 @@ QString busy(const QString &directory)
 
 bool RecorderSetup::isOn(const QString &directory)
 {
-    // The client kept as zelnorinpas.real and something else in its place; the same file under
-    // both names is what an interrupted turnOn() left: still off.
+    // The note, or the client kept as zelnorinpas.real and something else in its place; the
+    // same file under both names is what an interrupted turnOn() left: still off.
     const QDir dir(directory);
+    if (QFileInfo::exists(dir.filePath(QLatin1StringView(noteFile))))
+        return true;
     const auto real = identity(dir.filePath(QLatin1StringView(realClient)));
     return real && real != identity(dir.filePath(QLatin1StringView(client)));
+}
+
+std::optional<RecorderSetup::Program> RecorderSetup::program(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    hash.addData(&file);
+    return Program{file.size(), QFileInfo(path).lastModified(), hash.result().toHex()};
+}
+
+std::optional<RecorderSetup::Note> RecorderSetup::note(const QString &directory)
+{
+    QFile file(QDir(directory).filePath(QLatin1StringView(noteFile)));
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const QJsonObject json = QJsonDocument::fromJson(file.readAll()).object();
+    const auto programOf = [](const QJsonObject &object) {
+        return Program{object.value("size"_L1).toInteger(),
+                       QDateTime::fromString(object.value("modified"_L1).toString(), Qt::ISODate),
+                       object.value("sha256"_L1).toString().toLatin1()};
+    };
+    return Note{QDateTime::fromString(json.value("on"_L1).toString(), Qt::ISODate),
+                programOf(json.value("client"_L1).toObject()),
+                programOf(json.value("recorder"_L1).toObject())};
 }
 
 // At every moment of turning on or off, ./zelnorinpas is the client or the recorder, whole: the
@@ -149,13 +201,14 @@ bool RecorderSetup::turnOn(const QString &directory, QString &message)
         message = error;
         return false;
     }
+    writeNote(directory, realPath, clientPath);
     syncDirectory(directory);
     message = u"the recorder is on in %1: the client is kept as %2, and every run is recorded in "
               u"%3"_s.arg(directory, realPath, dir.filePath(u"recordings"_s));
     return true;
 }
 
-bool RecorderSetup::turnOff(const QString &directory, QString &message)
+bool RecorderSetup::turnOff(const QString &directory, Force force, QString &message)
 {
     const QDir dir(directory);
     const QString clientPath = dir.filePath(QLatin1StringView(client));
@@ -166,12 +219,28 @@ bool RecorderSetup::turnOff(const QString &directory, QString &message)
     }
     if (message = busy(directory); !message.isEmpty())
         return false;
+    if (!QFileInfo::exists(realPath)) {
+        message = u"the client %1 that the recorder was put in front of is missing; put the "
+                  u"payment client back as %2 yourself, then remove %3"_s.arg(
+                      realPath, clientPath, dir.filePath(QLatin1StringView(noteFile)));
+        return false;
+    }
+    const std::optional<Note> noted = note(directory);
+    if (noted && program(clientPath) != noted->recorder && force == Force::No) {
+        message = u"%1 is no longer the recorder: a newer client was put there since the recorder "
+                  u"went on, and taking the recorder away would put the older client %2 back over "
+                  u"it. Remove %2 and %3 to keep the newer one, or run recorder off --force to "
+                  u"put the older one back"_s.arg(clientPath, realPath,
+                                                  dir.filePath(QLatin1StringView(noteFile)));
+        return false;
+    }
     // The recorder goes, and the client, the very same file, takes its name back: one rename,
     // which replaces the recorder at once (QFile::rename would refuse to).
     if (::rename(encoded(realPath).constData(), encoded(clientPath).constData()) != 0) {
         message = u"cannot put the client %1 back as %2"_s.arg(realPath, clientPath);
         return false;
     }
+    QFile::remove(dir.filePath(QLatin1StringView(noteFile)));
     syncDirectory(directory);
     QFile::remove(dir.filePath(QLatin1StringView(scribe)));
     dir.rmdir(u"recordings"_s); // only when nothing was recorded

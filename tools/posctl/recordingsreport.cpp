@@ -12,6 +12,11 @@
 #include <QJsonObject>
 #include <QThread>
 
+#include <cerrno>
+#include <cstring>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
 #include <algorithm>
 
 using namespace Qt::Literals::StringLiterals;
@@ -49,7 +54,7 @@ QString resultOf(const RecordedRun &run)
 {
     if (!run.ended)
         return u"outcome unknown (no end was recorded)"_s;
-    const QJsonObject answer = run.answer();
+    const QJsonObject answer = run.answer;
     if (run.exitStatus != 0 || answer.isEmpty())
         return run.ending();
     const int status = answer.value("Status"_L1).toInt();
@@ -150,13 +155,13 @@ QString RecordingsReport::text(const QString &directory, const QDate &day,
                       .arg(runs.runs.size())
                       .arg(runs.runs.size() == 1 ? QString() : u"s"_s);
     for (const RecordedRun &run : runs.runs) {
-        const QString reference = run.answer().value("ReferenceNumber"_L1).toString();
+        const QString reference = run.answer.value("ReferenceNumber"_L1).toString();
         out += u"  %1  %2%3  %4  %5\n"_s.arg(
             summary(run).leftJustified(36), resultOf(run),
             reference.isEmpty() ? QString() : u", reference number "_s + reference,
             run.ended ? u"%1 ms"_s.arg(run.durationMs) : u"-"_s, delivery(run));
     }
-    for (const QString &problem : runs.problems)
+    for (const QString &problem : runs.problemTexts())
         out += u"  note: "_s + problem + u'\n';
     return out;
 }
@@ -166,11 +171,11 @@ QString RecordingsReport::json(const QString &directory, const QDate &day,
 {
     QJsonArray list;
     for (const RecordedRun &run : runs.runs) {
-        const QJsonObject answer = run.answer();
+        const QJsonObject answer = run.answer;
         QJsonObject item{{u"id"_s, run.id},
                          {u"time"_s, run.started.toString(Qt::ISODateWithMs)},
                          {u"operation"_s, operationName(run)},
-                         {u"arguments"_s, QJsonArray::fromStringList(run.arguments)},
+                         {u"arguments"_s, QJsonArray::fromStringList(run.arguments())},
                          {u"ended"_s, run.ended}};
         if (run.ended) {
             item.insert(u"ending"_s, run.ending());
@@ -186,64 +191,185 @@ QString RecordingsReport::json(const QString &directory, const QDate &day,
         .add(u"directory"_s, directory)
         .add(u"day"_s, day.toString(Qt::ISODate))
         .add(u"runs"_s, list)
-        .add(u"problems"_s, QJsonArray::fromStringList(runs.problems))
+        .add(u"problems"_s, QJsonArray::fromStringList(runs.problemTexts()))
         .toString();
 }
 
-void RecordingsReport::addFindings(const QString &directory, QStringList &problems,
-                                   QStringList &notes)
+namespace {
+
+// What stops the recorder from keeping its recordings: the folder that is not one of its own, or
+// that can take nothing (read-only, full, not ours to write).
+void addFolderFindings(const QString &directory, Findings &findings)
 {
+    using Kind = Finding::Kind;
+    const QString folder = Recordings::folder(directory);
+    const QFileInfo info(folder);
+    if (info.isSymLink() || (info.exists() && !info.isDir())) {
+        findings.append(Finding::of(Kind::RecordingsNotAFolder,
+                                    u"%1 is %2, and the recorder writes nothing through it: every "
+                                    u"run goes unrecorded"_s.arg(folder, info.isSymLink()
+                                                                             ? u"a link"_s
+                                                                             : u"not a folder"_s)));
+        return;
+    }
+    const QString writable = info.exists() ? folder : directory;
+    struct statvfs space = {};
+    const QByteArray path = QFile::encodeName(writable);
+    QString why;
+    if (::access(path.constData(), W_OK | X_OK) != 0)
+        why = QString::fromLocal8Bit(std::strerror(errno));
+    else if (::statvfs(path.constData(), &space) == 0 && (space.f_flag & ST_RDONLY))
+        why = u"it is on a file system mounted read-only"_s;
+    else if (::statvfs(path.constData(), &space) == 0 && space.f_bavail == 0)
+        why = u"its disk is full"_s;
+    if (!why.isEmpty())
+        findings.append(Finding::of(
+            Kind::RecordingsUnwritable,
+            u"the recorder cannot write in %1 (%2): runs go unrecorded"_s.arg(writable, why)));
+}
+
+// The client and the recorder as they were put in place, and as they are now.
+void addSetupFindings(const QString &directory, Findings &findings)
+{
+    using Kind = Finding::Kind;
+    const QDir dir(directory);
+    const QString realPath = dir.filePath(QLatin1StringView(RecorderSetup::realClient));
+    const QString clientPath = dir.filePath(QLatin1StringView(RecorderSetup::client));
+    const std::optional<RecorderSetup::Note> note = RecorderSetup::note(directory);
+    if (!QFileInfo(realPath).isExecutable()) {
+        Finding finding = Finding::of(
+            Kind::RecordedClientMissing,
+            u"the recorder is on, but the payment client %1 it runs is missing or not executable: "
+            u"every payment fails"_s.arg(realPath));
+        finding.advice =
+            u"put the payment client back as %1, or, if a new client was installed "
+            u"as %2, remove %3 and the recorder's files"_s.arg(
+                realPath, clientPath, dir.filePath(QLatin1StringView(RecorderSetup::noteFile)));
+        findings.append(finding);
+    } else if (note && RecorderSetup::program(realPath) != note->client) {
+        findings.append(Finding::of(
+            Kind::RecordedClientChanged,
+            u"the payment client %1 is not the one the recorder was put in front of on %2: it has "
+            u"changed since"_s.arg(realPath, note->on.toString(Qt::ISODate))));
+    }
+    if (note && RecorderSetup::program(clientPath) != note->recorder) {
+        Finding finding = Finding::of(
+            Kind::RecorderReplaced,
+            u"%1 is no longer the recorder (a new client copied over it?): runs are not recorded "
+            u"since"_s.arg(clientPath));
+        finding.advice = u"to keep the new client, remove %1 and %2; recorder off would put the "
+                         u"older client back"_s.arg(
+                             realPath, dir.filePath(QLatin1StringView(RecorderSetup::noteFile)));
+        findings.append(finding);
+    }
+    const QString scribePath = dir.filePath(QLatin1StringView(RecorderSetup::scribe));
+    if (!QFileInfo(scribePath).isExecutable())
+        findings.append(Finding::of(
+            Kind::ScribeMissing,
+            u"the recorder is on, but %1 is missing or not executable: runs are recorded without "
+            u"what the client wrote"_s.arg(scribePath)));
+}
+
+Finding runFinding(Finding::Kind kind, const QString &text, const RecordedRun &run,
+                   const QDate &day)
+{
+    Finding finding = Finding::of(kind, text);
+    finding.run = run.id;
+    finding.day = day.toString(Qt::ISODate);
+    finding.operation = operationName(run);
+    bool ok = false;
+    const qint64 amount = run.option(u"-a"_s).toLongLong(&ok);
+    if (ok)
+        finding.amount = amount;
+    finding.referenceNumber = run.answer.value("ReferenceNumber"_L1).toString();
+    finding.authorizationCode = run.answer.value("AuthorizationCode"_L1).toString();
+    finding.processId = run.processId;
+    return finding;
+}
+
+} // namespace
+
+void RecordingsReport::addFindings(const QString &directory, Findings &findings)
+{
+    using Kind = Finding::Kind;
     if (!RecorderSetup::isOn(directory))
         return;
-    notes.append(
-        u"the recorder is on: every run is recorded in %1"_s.arg(Recordings::folder(directory)));
-    const QDir dir(directory);
-    for (const char *program : {RecorderSetup::realClient, RecorderSetup::scribe})
-        if (!QFileInfo(dir.filePath(QLatin1StringView(program))).isExecutable())
-            problems.append(u"the recorder is on, but %1 is missing or not executable"_s.arg(
-                dir.filePath(QLatin1StringView(program))));
+    findings.append(Finding::of(
+        Kind::RecorderOn,
+        u"the recorder is on: every run is recorded in %1"_s.arg(Recordings::folder(directory))));
+    addSetupFindings(directory, findings);
+    addFolderFindings(directory, findings);
     const QList<RunningClients::Client> clients = RunningClients::in(directory);
     for (const Recordings::Day &recorded : recentDays(directory)) {
         const QString day = recorded.date.toString(Qt::ISODate);
-        notes += recorded.problems;
+        for (const Recordings::Day::Problem &problem : recorded.problems) {
+            Finding finding =
+                Finding::of(Kind::LineUnreadable,
+                            u"%1, line %2 cannot be read%3%4"_s.arg(problem.file)
+                                .arg(problem.line)
+                                .arg(problem.torn ? u" (it was cut off: torn)"_s : QString(),
+                                     problem.runId.isEmpty()
+                                         ? QString()
+                                         : u"; it belongs to run %1, which may need a person"_s.arg(
+                                               problem.runId)));
+            finding.file = problem.file;
+            finding.line = problem.line;
+            finding.run = problem.runId;
+            finding.day = day;
+            findings.append(finding);
+        }
         for (const RecordedRun &run : recorded.runs) {
             if (hostStillRuns(run) || running(run, clients))
                 continue;
-            const QString reference = run.answer().value("ReferenceNumber"_L1).toString();
             const QString notTaken = run.approval() ? approvalNotTaken(run) : QString();
             if (!notTaken.isEmpty()) {
-                problems.append(u"an approval never reached the host: %1 %2, reference number "
-                                u"%3, authorization code %4 (run %5): %6"_s.arg(
-                                    day, summary(run), reference,
-                                    run.answer().value("AuthorizationCode"_L1).toString(), run.id,
-                                    notTaken));
-                notes.append(u"for the approval of %1: print the terminal's last slip with posctl "
-                             u"--dir %2 copy; if the till has no sale for it, cancel it with "
-                             u"posctl --dir %2 cancel %3 --rrn %4"_s.arg(
-                                 summary(run), directory, run.option(u"-a"_s), reference));
+                Finding finding = runFinding(
+                    Kind::UnseenApproval,
+                    u"an approval never reached the host: %1 %2, reference number %3, "
+                    u"authorization code %4 (run %5): %6"_s.arg(
+                        day, summary(run), run.answer.value("ReferenceNumber"_L1).toString(),
+                        run.answer.value("AuthorizationCode"_L1).toString(), run.id, notTaken),
+                    run, recorded.date);
+                finding.advice =
+                    u"for the approval of %1: print the terminal's last slip with "
+                    u"posctl --dir %2 copy; if the till has no sale for it, cancel it "
+                    u"with posctl --dir %2 cancel %3 --rrn %4"_s.arg(
+                        summary(run), directory, run.option(u"-a"_s), finding.referenceNumber);
+                findings.append(finding);
             } else if (!run.ended || !run.endedByItself()) {
-                problems.append(u"a run's outcome is unknown: %1 %2 %3 (run %4)"_s.arg(
-                    day, summary(run),
-                    run.ended
-                        ? u"was ended by signal %1 before it answered"_s.arg(run.signal.value_or(0))
-                        : u"started and no end was recorded (its process group was killed, "
-                          u"or the power was lost)"_s,
-                    run.id));
-                notes.append(u"for the run of %1: print the terminal's last slip with posctl --dir "
-                             u"%2 copy, or look at the terminal's journal, to learn how it "
-                             u"ended"_s.arg(summary(run), directory));
+                Finding finding = runFinding(
+                    Kind::UnknownOutcome,
+                    u"a run's outcome is unknown: %1 %2 %3 (run %4)"_s.arg(
+                        day, summary(run),
+                        run.ended ? u"was ended by signal %1 before it answered"_s.arg(
+                                        run.signal.value_or(0))
+                                  : u"started and no end was recorded (its process group was "
+                                    u"killed, or the power was lost)"_s,
+                        run.id),
+                    run, recorded.date);
+                finding.advice = u"for the run of %1: print the terminal's last slip with posctl "
+                                 u"--dir %2 copy, or look at the terminal's journal, to learn how "
+                                 u"it ended"_s.arg(summary(run), directory);
+                findings.append(finding);
             }
             if (run.ended && !run.hasOutput)
-                problems.append(u"the recorder's scribe did not keep what the client wrote in "
-                                u"%1 %2 (run %3): its end is recorded, its outputs are not"_s.arg(
-                                    day, summary(run), run.id));
+                findings.append(runFinding(
+                    Kind::OutputsMissing,
+                    u"the recorder's scribe did not keep what the client wrote in %1 %2 (run %3): "
+                    u"its end is recorded, its outputs are not"_s.arg(day, summary(run), run.id),
+                    run, recorded.date));
         }
     }
-    // Each failure stays a problem until a person has looked: the next run's success does not
-    // undo it.
+    // Each failure stays until a person has dealt with it: the next run's success does not undo
+    // it.
     QString why;
-    if (const std::optional<QDateTime> failed = Recordings::failure(directory, why))
-        problems.append(u"the recorder could not write its recording at %1%2; the payments went "
-                        u"on unrecorded"_s.arg(failed->toString(Qt::ISODate),
-                                               why.isEmpty() ? QString() : u" ("_s + why + u')'));
+    if (const std::optional<QDateTime> failed = Recordings::failure(directory, why)) {
+        Finding finding =
+            Finding::of(Kind::RecordingFailed,
+                        u"the recorder could not write its recording at %1%2; the payments went on "
+                        u"unrecorded"_s.arg(failed->toString(Qt::ISODate),
+                                            why.isEmpty() ? QString() : u" ("_s + why + u')'));
+        finding.file = Recordings::folder(directory) + u"/failed"_s;
+        findings.append(finding);
+    }
 }

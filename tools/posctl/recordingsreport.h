@@ -1,5 +1,7 @@
 #pragma once
 
+#include "finding.h"
+
 #include <recordings.h>
 
 #include <QDate>
@@ -16,6 +18,7 @@ public:
 
     // For check, over today's and yesterday's recordings: an approval that never reached the
     // host, a run whose outcome is unknown, each with what to do next; lines that cannot be
-    // read; a failure of the recorder to write.
-    static void addFindings(const QString &directory, QStringList &problems, QStringList &notes);
+    // read, outputs the scribe did not keep; every failure of the recorder to write, and what
+    // stops it from writing; a recorded client missing or replaced, and a recorder replaced.
+    static void addFindings(const QString &directory, Findings &findings);
 };

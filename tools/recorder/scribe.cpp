@@ -8,10 +8,16 @@
 // names the day's file), the name of the run's own file and the run's id. On its standard input:
 // a line with whether each output was cut ("1 0"), then the kept part of the client's standard
 // output and error, each as its length on a line of its own and its bytes.
+//
+// The line holds, before the outputs themselves, the answer's few members that readers want
+// (its status, reference number, authorisation code and text), so that a reader of a large day
+// need not read the outputs to know what each run came to.
 
 #include <cardmask.h>
 #include <outputmask.h>
+#include <recordedtext.h>
 #include <recordingkeys.h>
+#include <recordingline.h>
 #include <recordingwriter.h>
 
 #include <QByteArray>
@@ -19,12 +25,13 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <cstdio>
 #include <cstdlib>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
+
+namespace k = recordingkeys;
 
 // The next part of the hand-over: a line, or a length and as many bytes.
 bool readLine(QFile &in, QByteArray &line)
@@ -49,18 +56,42 @@ bool readSized(QFile &in, QByteArray &bytes)
     return bytes.size() == size;
 }
 
-// A stream kept as text with its card data masked: its output by the kind of each field, its
-// error by the rule for text, which keeps the words the host shows the cashier as they are.
-void keep(QJsonObject &line, const char *name, const QByteArray &bytes, bool cut, bool isOutput)
+// A stream as the recording keeps it: decoded run by run, card data masked (the output by the
+// kind of each field, the error by the rule for text), and escaped where it was not UTF-8.
+struct Kept
+{
+    QString text; // masked, as the line holds it
+    bool escaped = false;
+    QString masked; // masked, stand-ins and all
+};
+
+Kept keep(const QByteArray &bytes, bool cut, bool isOutput)
 {
     const CardMask::Ending ending = cut ? CardMask::Ending::MayBeCut : CardMask::Ending::Whole;
-    QString text = QString::fromUtf8(bytes);
-    const QString key = QLatin1StringView(name);
-    if (text.toUtf8() != bytes) {
-        text = QString::fromLatin1(bytes);
-        line.insert(key + u"Encoding"_s, u"latin1"_s);
-    }
-    line.insert(key, isOutput ? OutputMask::masked(text, ending) : CardMask::text(text, ending));
+    bool clean = true;
+    const QString text = RecordedText::fromBytes(bytes, &clean);
+    Kept kept;
+    kept.masked = isOutput ? OutputMask::masked(text, ending) : CardMask::text(text, ending);
+    kept.text = RecordedText::forLine(kept.masked, clean);
+    kept.escaped = !clean;
+    return kept;
+}
+
+// The members of the answer that readers want, from the masked output as the plug-in reads it
+// (a byte that is not UTF-8 as the replacement character).
+QByteArray summary(QString masked)
+{
+    for (QChar &c : masked)
+        if (RecordedText::isStandIn(c.unicode()))
+            c = QChar(0xfffd);
+    const QJsonObject answer = QJsonDocument::fromJson(masked.toUtf8()).object();
+    if (answer.isEmpty())
+        return {};
+    QJsonObject picked;
+    for (const char *name : k::answerMembers)
+        if (answer.contains(QLatin1StringView(name)))
+            picked.insert(QLatin1StringView(name), answer.value(QLatin1StringView(name)));
+    return QJsonDocument(picked).toJson(QJsonDocument::Compact);
 }
 
 } // namespace
@@ -74,12 +105,18 @@ int main(int argc, char *argv[])
     if (!in.open(stdin, QIODevice::ReadOnly) || !readLine(in, cut) || !readSized(in, output) ||
         !readSized(in, error))
         return 1;
-    namespace k = recordingkeys;
-    QJsonObject line{{QLatin1StringView(k::event), QLatin1StringView(k::output)},
-                     {QLatin1StringView(k::id), QString::fromUtf8(argv[4])}};
-    keep(line, k::stdoutText, output, cut.startsWith('1'), true);
-    keep(line, k::stderrText, error, cut.endsWith('1'), false);
-    const QByteArray text = QJsonDocument(line).toJson(QJsonDocument::Compact);
+    const Kept out = keep(output, cut.startsWith('1'), true);
+    const Kept err = keep(error, cut.endsWith('1'), false);
+    RecordingLine line(k::output);
+    line.add(k::id, std::string(argv[4]));
+    if (const QByteArray answer = summary(out.masked); !answer.isEmpty())
+        line.addRaw(k::answer, answer.toStdString());
+    if (out.escaped)
+        line.add(k::stdoutEscaped, true);
+    if (err.escaped)
+        line.add(k::stderrEscaped, true);
+    // The outputs last: a reader that wants only the rest stops before them.
+    line.add(k::stdoutText, out.text.toStdString()).add(k::stderrText, err.text.toStdString());
     RecordingWriter writer(argv[1], std::time_t(std::atoll(argv[2])), argv[3]);
-    return writer.append(text.toStdString()) == RecordingWriter::Where::Nowhere ? 1 : 0;
+    return writer.append(line.text()) == RecordingWriter::Where::Nowhere ? 1 : 0;
 }
