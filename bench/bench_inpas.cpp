@@ -20,9 +20,11 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLoggingCategory>
+#include <QProcess>
 #include <QRegExp>
 #include <QRegularExpression>
 #include <QTemporaryDir>
+#include <QTime>
 
 #include <algorithm>
 #include <chrono>
@@ -592,6 +594,172 @@ void recorder()
         u"-"_s, true);
 }
 
+// A program run to its end in a directory, with its arguments and input: how long it took, and
+// its own peak memory, read from its high-water mark while it runs.
+std::pair<double, double> measuredRun(const QStringList &command, const QString &directory,
+                                      const QByteArray &input = {})
+{
+    QProcess process;
+    process.setWorkingDirectory(directory);
+    process.setStandardOutputFile(QProcess::nullDevice());
+    const auto start = Clock::now();
+    process.start(command.first(), command.mid(1));
+    process.write(input);
+    process.closeWriteChannel();
+    double peak = 0;
+    while (!process.waitForFinished(2)) {
+        QFile status(u"/proc/%1/status"_s.arg(process.processId()));
+        if (status.open(QIODevice::ReadOnly))
+            for (const QByteArray &line : status.readAll().split('\n'))
+                if (line.startsWith("VmHWM:"))
+                    peak = std::max(peak,
+                                    line.mid(6).trimmed().split(' ').value(0).toDouble() * 1024.0);
+    }
+    return {std::chrono::duration<double>(Clock::now() - start).count(), peak};
+}
+
+// A processing directory of the emulator under base, without pauses; with the recorder on when
+// asked.
+struct EmulatorTill
+{
+    EmulatorTill(const QString &base, bool recorded)
+        : dir(base + u"/bench-XXXXXX"_s)
+    {
+        const QString emulator = QStringLiteral(EMULATOR_DIR);
+        QFile::copy(emulator + u"/zelnorinpas"_s, dir.filePath(u"zelnorinpas"_s));
+        QFile config(emulator + u"/zelnorinpas.conf"_s);
+        config.open(QIODevice::ReadOnly);
+        writeFile(
+            dir.filePath(u"zelnorinpas.conf"_s),
+            config.readAll().replace("intervalBetweenOperations=1", "intervalBetweenOperations=0"));
+        if (recorded)
+            QProcess::execute(QStringLiteral(POSCTL_PATH),
+                              {u"--dir"_s, dir.path(), u"recorder"_s, u"on"_s});
+    }
+    QTemporaryDir dir;
+};
+
+// 40 balance queries back to back through posctl batch, with and without the recorder, on the
+// disk and in memory: runs taken in turn, medians of 7.
+void recorderInABatch()
+{
+    QByteArray lines;
+    for (int i = 0; i < 40; ++i)
+        lines += "balance\n";
+    for (const QString &base : {QDir::currentPath(), u"/dev/shm"_s}) {
+        const EmulatorTill plain(base, false);
+        const EmulatorTill recorded(base, true);
+        std::vector<double> without, with;
+        for (int i = 0; i < 7; ++i) {
+            for (const auto &[till, times] :
+                 {std::pair{&plain, &without}, std::pair{&recorded, &with}})
+                times->push_back(measuredRun({QStringLiteral(POSCTL_PATH), u"--dir"_s,
+                                              till->dir.path(), u"batch"_s},
+                                             till->dir.path(), lines)
+                                     .first);
+            std::this_thread::sleep_for(std::chrono::milliseconds(300)); // the last scribes
+        }
+        std::sort(without.begin(), without.end());
+        std::sort(with.begin(), with.end());
+        add(u"40 balance queries through posctl batch with the recorder, on %1"_s.arg(base),
+            u"the same without it (medians of 7)"_s,
+            ratio(with[3] / without[3]) +
+                u" (%1 s against %2 s)"_s.arg(with[3], 0, 'f', 2).arg(without[3], 0, 'f', 2),
+            u"at most 1.1 x"_s, with[3] / without[3] <= 1.1);
+    }
+}
+
+// A day of runs as the recorder writes them, each with its start, end, outputs and posctl's
+// acknowledgement; the answers and slips of the size a sale has.
+void writeDay(const QString &path, int runs, std::vector<qint64> *offsets)
+{
+    QFile file(path);
+    file.open(QIODevice::WriteOnly | QIODevice::Truncate);
+    const QString day = QDate::currentDate().toString(Qt::ISODate);
+    const QByteArray slip = QJsonDocument(QJsonObject{{u"s"_s, slipText() + slipText()}})
+                                .toJson(QJsonDocument::Compact)
+                                .mid(5)
+                                .chopped(1);
+    for (int i = 0; i < runs; ++i) {
+        if (offsets)
+            offsets->push_back(file.pos());
+        const int ms = i * 800; // a run every 0.8 s from midnight
+        const QByteArray time =
+            QTime::fromMSecsSinceStartOfDay(ms % 86400000).toString(u"HH:mm:ss.zzz"_s).toLatin1();
+        const QByteArray id = day.toLatin1() + 'T' + time + '-' + QByteArray::number(10000 + i);
+        const QByteArray stamp = day.toLatin1() + 'T' + time + "+00:00";
+        const QByteArray amount = QByteArray::number(100 * (i % 5000 + 1));
+        const QByteArray rrn = QByteArray::number(i).rightJustified(12, '0');
+        file.write("{\"event\":\"start\",\"id\":\"" + id + "\",\"time\":\"" + stamp +
+                   "\",\"pid\":" + QByteArray::number(10000 + i) +
+                   ",\"arguments\":[\"1\",\"-a\",\"" + amount +
+                   "\",\"-c\",\"\",\"-e\",\"0\",\"-o\",\"0\",\"-r\",\"\",\"-t\",\"M1\"],\"host\":"
+                   "\"posctl\",\"hostPid\":1}\n");
+        file.write("{\"event\":\"end\",\"id\":\"" + id + "\",\"time\":\"" + stamp +
+                   "\",\"durationMs\":700,\"exitStatus\":0,\"delivered\":true,\"approval\":true,"
+                   "\"stdoutBytes\":1900,\"stderrBytes\":0}\n");
+        const QByteArray answer = "{\"Status\":1,\"TextResponse\":\"ОДОБРЕНО\","
+                                  "\"AuthorizationCode\":\"123456\",\"ReferenceNumber\":\"" +
+                                  rrn + "\"}";
+        file.write("{\"event\":\"output\",\"id\":\"" + id + "\",\"answer\":" + answer +
+                   ",\"stdout\":\"{\\\"Status\\\":1,\\\"ReferenceNumber\\\":\\\"" + rrn +
+                   "\\\",\\\"ReceiptData\\\":\\\"0xDF^1^" + slip + "~\\\"}\",\"stderr\":\"\"}\n");
+        file.write("{\"event\":\"acknowledged\",\"time\":\"" + stamp +
+                   "\",\"host\":\"posctl\",\"pids\":[" + QByteArray::number(10000 + i) + "]}\n");
+    }
+}
+
+// check, recordings and the emulator's replay on a day of 100,000 runs.
+void bigDay()
+{
+    const EmulatorTill till(QDir::currentPath(), true);
+    const QString folder = till.dir.filePath(u"recordings"_s);
+    QDir().mkpath(folder);
+    const QString day = folder + u'/' + QDate::currentDate().toString(Qt::ISODate) + u".jsonl"_s;
+    std::vector<qint64> offsets;
+    writeDay(day, 100000, &offsets);
+    const double megabytes = double(QFileInfo(day).size()) / (1024 * 1024);
+    for (const char *command : {"check", "recordings"}) {
+        const auto [seconds, peak] = measuredRun(
+            {QStringLiteral(POSCTL_PATH), u"--dir"_s, till.dir.path(), QLatin1StringView(command)},
+            till.dir.path());
+        add(u"posctl %1 on a day of 100,000 runs (%2 MB)"_s.arg(QLatin1StringView(command))
+                .arg(megabytes, 0, 'f', 0),
+            u"-"_s,
+            u"%1 s, %2 MB peak"_s.arg(seconds, 0, 'f', 2).arg(peak / (1024 * 1024), 0, 'f', 0),
+            u"at most 2 s and 100 MB"_s, seconds <= 2.0 && peak <= 100 * 1024 * 1024);
+    }
+
+    // Replayed: 20 runs from the day's start, then 20 from its end.
+    const EmulatorTill replaying(QDir::currentPath(), false);
+    QFile config(replaying.dir.filePath(u"zelnorinpas.conf"_s));
+    config.open(QIODevice::Append);
+    config.write("[Emulator]\nreplaySpeed=0\nreplay=" + day.toUtf8() + '\n');
+    config.close();
+    const auto replayTwenty = [&](int first) {
+        writeFile(replaying.dir.filePath(u"zelnorinpas-replay.json"_s),
+                  QJsonDocument(QJsonObject{{u"recording"_s, day},
+                                            {u"next"_s, first},
+                                            {u"offset"_s, offsets[size_t(first)]}})
+                      .toJson(QJsonDocument::Compact));
+        QByteArray lines;
+        for (int i = first; i < first + 20; ++i)
+            lines += "sale " + QByteArray::number(100 * (i % 5000 + 1)) + '\n';
+        return measuredRun(
+                   {QStringLiteral(POSCTL_PATH), u"--dir"_s, replaying.dir.path(), u"batch"_s},
+                   replaying.dir.path(), lines)
+                   .first /
+               20;
+    };
+    const double early = replayTwenty(0);
+    const double late = replayTwenty(99980);
+    add(u"a replayed run at the end of a day of 100,000 runs"_s,
+        u"one at its start (20 runs each)"_s,
+        ratio(late / early) + u" (%1 ms against %2 ms a run)"_s.arg(late * 1000, 0, 'f', 1)
+                                  .arg(early * 1000, 0, 'f', 1),
+        u"at most 1.5 x: linear in the day"_s, late / early <= 1.5);
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -613,7 +781,9 @@ int main(int argc, char *argv[])
         {u"masking"_s, logMasking},
         {u"falsepositives"_s, falsePositives},
         {u"pacing"_s, pacing},
-        {u"recorder"_s, recorder}};
+        {u"recorder"_s, recorder},
+        {u"batch"_s, recorderInABatch},
+        {u"bigday"_s, bigDay}};
     for (const auto &[name, run] : all)
         if (only.isEmpty() || only.contains(name))
             run();

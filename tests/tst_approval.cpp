@@ -67,6 +67,7 @@ private Q_SLOTS:
     void noAnswerWrittenIntoADescriptorOfPosctlsOwn();
     void recordingOutlivesItsScribe_data();
     void recordingOutlivesItsScribe();
+    void recorderSwitchedUnderAStreamOfSales();
     void recorderSwitchNeverLeavesNoClient_data();
     void recorderSwitchNeverLeavesNoClient();
 };
@@ -293,6 +294,34 @@ void tst_Approval::recordingOutlivesItsScribe()
              qPrintable(out));
 }
 
+// The recorder switched on and off again and again while sales run back to back: every sale
+// runs the client or the recorder in front of it, none finds nothing to run.
+void tst_Approval::recorderSwitchedUnderAStreamOfSales()
+{
+    FakeClient fake;
+    fake.setConfig(fastConfig);
+    fake.setAnswer(approval);
+    QByteArray sales;
+    for (int i = 0; i < 60; ++i)
+        sales += "sale 1000\n";
+    QProcess batch;
+    batch.start(QStringLiteral(POSCTL_PATH), {u"--dir"_s, fake.directory(), u"batch"_s});
+    batch.write(sales);
+    batch.closeWriteChannel();
+    int switched = 0;
+    while (batch.state() != QProcess::NotRunning) {
+        switched += posctl(fake.directory(), words("recorder on")).exitCode == 0;
+        switched += posctl(fake.directory(), words("recorder off")).exitCode == 0;
+        batch.waitForFinished(1);
+    }
+    const QList<QByteArray> answers = batch.readAllStandardOutput().trimmed().split('\n');
+    QCOMPARE(answers.size(), 60);
+    for (const QByteArray &answer : answers)
+        QVERIFY2(answer.contains("\"result\":0"), answer.constData());
+    QCOMPARE(batch.exitCode(), 0);
+    QVERIFY2(switched > 0, "the recorder was never switched while the sales ran");
+}
+
 void tst_Approval::recorderSwitchNeverLeavesNoClient_data()
 {
     QTest::addColumn<QString>("onOrOff");
@@ -310,7 +339,7 @@ void tst_Approval::recorderSwitchNeverLeavesNoClient()
     fake.setConfig(fastConfig);
     fake.setAnswer(approval);
     const QString client = QDir(fake.directory()).filePath(u"zelnorinpas"_s);
-    for (int delayUs = 0; delayUs < 40000; delayUs += 1000) {
+    for (int delayUs = 0; delayUs < 40000; delayUs += 2000) {
         if (onOrOff == "off"_L1)
             posctl(fake.directory(), words("recorder on"));
         const ProgramRun switched = ProgramRun::run(

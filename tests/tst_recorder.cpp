@@ -11,9 +11,11 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <csignal>
@@ -83,6 +85,8 @@ private Q_SLOTS:
     void runsThatNeedAPerson_data();
     void runsThatNeedAPerson();
     void writeFailureIsReported();
+    void namedByCheck_data();
+    void namedByCheck();
     void replayedDay();
     void onAndOff();
 };
@@ -153,7 +157,8 @@ void tst_Recorder::transparent()
     QTRY_COMPARE_WITH_TIMEOUT(recording(fake.directory()).count("\"event\":\"output\""),
                               ending.isEmpty() ? 0 : 1, 30000);
     const QByteArray lines = recording(fake.directory());
-    const Recordings::Day day = Recordings::read(fake.directory(), QDate::currentDate(), Recordings::Streams::Kept);
+    const Recordings::Day day =
+        Recordings::read(fake.directory(), QDate::currentDate(), Recordings::Streams::Kept);
     QCOMPARE(day.runs.size(), 1);
     const RecordedRun &run = day.runs.first();
     QCOMPARE(run.ended ? run.ending() : QString(), ending);
@@ -237,6 +242,100 @@ void tst_Recorder::writeFailureIsReported()
                      check.out.contains("No space left on device"),
                  check.out.constData());
         QCOMPARE(posctl(fake.directory(), words("sale 100")).exitCode, 0);
+    }
+}
+
+void tst_Recorder::namedByCheck_data()
+{
+    QTest::addColumn<QByteArray>("client");
+    // What happens besides the sale: "kill the client" once it has printed its answer, "remove
+    // the client", "replace the recorder" with a new client, "remove the scribe", "link the
+    // recordings" elsewhere, "tear a line".
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<int>("saleExit");
+    QTest::addColumn<QStringList>("kinds");  // among check's findings
+    QTest::addColumn<QStringList>("absent"); // not among them
+    const QByteArray approval = R"({"Status":1,"ReferenceNumber":"000000000042"})";
+    const auto row = [](const char *name, const QByteArray &client, const char *action,
+                        int saleExit, const QStringList &kinds, const QStringList &absent = {}) {
+        QTest::newRow(name) << client << QString::fromLatin1(action) << saleExit << kinds << absent;
+    };
+    row("an approval, then exit 1", "echo '" + approval + "'; exit 1", "", 1,
+        {u"unseenApproval"_s});
+    row("an approval, then its own SIGSEGV", "echo '" + approval + "'; kill -SEGV $$", "", 4,
+        {u"unseenApproval"_s});
+    row("an approval, then killed", "echo '" + approval + "'; touch \"$R/printed.$n\"; sleep 60",
+        "kill the client", 4, {u"unseenApproval"_s});
+    // A cp1251 "№" in the slip: the plug-in reads it as U+FFFD and takes the approval.
+    row("a byte that is not UTF-8 in an approval, then exit 1",
+        R"(printf '{"Status":1,"ReferenceNumber":"000000000042","ReceiptData":"0xDF^1^\271 5~"}\n'; exit 1)",
+        "", 1, {u"unseenApproval"_s});
+    row("the client removed", "echo '" + approval + "'", "remove the client", 1,
+        {u"recordedClientMissing"_s});
+    row("a new client copied over the recorder", "echo '" + approval + "'", "replace the recorder",
+        0, {u"recorderReplaced"_s});
+    row("no scribe", "echo '" + approval + "'", "remove the scribe", 0,
+        {u"scribeMissing"_s, u"outputsMissing"_s}, {u"unknownOutcome"_s, u"unseenApproval"_s});
+    row("the recordings a link elsewhere", "echo '" + approval + "'", "link the recordings", 0,
+        {u"recordingsNotAFolder"_s});
+    row("a torn line of a run", "echo '" + approval + "'", "tear a line", 0, {u"lineUnreadable"_s});
+}
+
+// Every shape of a run that needs a person, and of a recorder that cannot keep its runs, is a
+// finding of check; none reads as all is well.
+void tst_Recorder::namedByCheck()
+{
+    QFETCH(QByteArray, client);
+    QFETCH(QString, action);
+    FakeClient fake;
+    fake.setConfig("[Client]\nintervalBetweenOperations=0\n");
+    fake.setBehaviour(client);
+    const QDir dir(fake.directory());
+    QCOMPARE(posctl(fake.directory(), words("recorder on")).exitCode, 0);
+    QTemporaryDir elsewhere;
+    if (action == "remove the client"_L1)
+        QVERIFY(QFile::remove(dir.filePath(u"zelnorinpas.real"_s)));
+    if (action == "remove the scribe"_L1)
+        QVERIFY(QFile::remove(dir.filePath(u"zelnorinpas-scribe"_s)));
+    if (action == "link the recordings"_L1)
+        QVERIFY(QFile::link(elsewhere.path(), dir.filePath(u"recordings"_s)));
+    if (action == "replace the recorder"_L1) {
+        QVERIFY(QFile::remove(dir.filePath(u"zelnorinpas"_s)));
+        QVERIFY(QFile::copy(dir.filePath(u"zelnorinpas.real"_s), dir.filePath(u"zelnorinpas"_s)));
+    }
+    QProcess sale;
+    sale.start(QStringLiteral(POSCTL_PATH), {u"--dir"_s, fake.directory(), u"sale"_s, u"100"_s});
+    if (action == "kill the client"_L1) {
+        QVERIFY(fake.waitForRecord(u"printed.1"_s));
+        ::kill(pid_t(fake.processId(1)), SIGKILL);
+    }
+    QVERIFY(sale.waitForFinished(30000));
+    QTEST(sale.exitCode(), "saleExit");
+    if (action == "tear a line"_L1) {
+        QFile day(Recordings::dayPath(fake.directory(), QDate::currentDate()));
+        QVERIFY(day.open(QIODevice::Append));
+        day.write("{\"event\":\"end\",\"id\":\"2026-11-24T10:00:00.000-77\",\"time\":\"20");
+    }
+    const auto found = [&] {
+        QStringList names;
+        for (const QJsonValue &finding :
+             posctl(fake.directory(), {u"check"_s}).json().value("findings"_L1).toArray())
+            names.append(finding.toObject().value("kind"_L1).toString());
+        return names;
+    };
+    QFETCH(QStringList, kinds);
+    for (const QString &kind : std::as_const(kinds))
+        QTRY_VERIFY2_WITH_TIMEOUT(found().contains(kind), qPrintable(found().join(u' ')), 30000);
+    QFETCH(QStringList, absent);
+    for (const QString &kind : std::as_const(absent))
+        QVERIFY2(!found().contains(kind), qPrintable(found().join(u' ')));
+    QCOMPARE(posctl(fake.directory(), {u"check"_s}).exitCode, 1);
+    if (action == "link the recordings"_L1)
+        QVERIFY(QDir(elsewhere.path()).isEmpty());
+    if (action == "replace the recorder"_L1) {
+        // Taking the recorder away would put the older client back over the new one.
+        QVERIFY(posctl(fake.directory(), words("recorder off")).err.contains("--force"));
+        QCOMPARE(posctl(fake.directory(), words("recorder off --force")).exitCode, 0);
     }
 }
 

@@ -294,6 +294,67 @@ Recordings::Day Recordings::readFile(const QString &path)
     return day;
 }
 
+Recordings::Next Recordings::runFrom(const QString &path, qint64 offset)
+{
+    Next next{std::nullopt, offset};
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly) || !file.seek(offset))
+        return next;
+    const QByteArray startLine =
+        "{\"" + QByteArray(k::event) + "\":\"" + QByteArray(k::start) + '"';
+    RecordedRun run;
+    QByteArray idMark;
+    const auto merge = [&](const QByteArray &text) {
+        bool ok = false;
+        const QJsonObject line = parse(text, Streams::Kept, ok);
+        const QString kind = line.value(key(k::event)).toString();
+        if (!ok || line.value(key(k::id)).toString() != run.id)
+            return;
+        if (kind == key(k::end))
+            readEnd(run, line, Streams::Kept);
+        else if (kind == key(k::output))
+            readOutputs(run, line, Streams::Kept);
+    };
+    while (!file.atEnd()) {
+        const QByteArray text = file.readLine();
+        if (!text.startsWith(startLine) || !text.endsWith('\n'))
+            continue;
+        bool ok = false;
+        const QJsonObject line = parse(text, Streams::Kept, ok);
+        if (!ok || line.value(key(k::id)).toString().isEmpty())
+            continue;
+        run.id = line.value(key(k::id)).toString();
+        readStart(run, line);
+        next.offset = file.pos();
+        idMark = "\"" + QByteArray(k::id) + "\":\"" + run.id.toUtf8() + '"';
+        break;
+    }
+    if (run.id.isEmpty())
+        return next;
+    while (!file.atEnd() && !(run.ended && run.hasOutput)) {
+        const QByteArray text = file.readLine();
+        if (text.contains(idMark))
+            merge(text);
+    }
+    // Lines that could not wait for the day's lock went into files of their own.
+    const QFileInfo info(path);
+    for (const QString &name :
+         info.dir().entryList({info.completeBaseName() + u".*.jsonl"_s}, QDir::Files)) {
+        QFile spilled(info.dir().filePath(name));
+        if (run.ended && run.hasOutput)
+            break;
+        if (!spilled.open(QIODevice::ReadOnly))
+            continue;
+        while (!spilled.atEnd()) {
+            const QByteArray text = spilled.readLine();
+            if (text.contains(idMark))
+                merge(text);
+        }
+    }
+    next.run = run;
+    return next;
+}
+
 void Recordings::acknowledge(QList<RecordedRun *> runs,
                              const QList<std::pair<qint64, QDateTime>> &acknowledgements)
 {

@@ -97,8 +97,18 @@ public:
     // skipped and named in problems. Acknowledgements of the day mark its runs.
     static Day read(const QString &processingDirectory, const QDate &day,
                     Streams streams = Streams::Skipped);
-    // One file alone, with the streams, as the emulator replays it.
+    // One file alone, with the streams.
     static Day readFile(const QString &path);
+    // The first run of a file whose start line is at offset or after, with its streams, and the
+    // offset just past its start line, where the next run is looked for: a day is replayed in
+    // one pass, however long it is. Its end and outputs are looked for after its start, in the
+    // file and then in the day's files of runs that could not wait for its lock.
+    struct Next
+    {
+        std::optional<RecordedRun> run;
+        qint64 offset = 0;
+    };
+    static Next runFrom(const QString &path, qint64 offset);
     // Marks the runs that an acknowledgement names: the latest run of that process id that
     // started before it.
     static void acknowledge(QList<RecordedRun *> runs,
