@@ -676,10 +676,9 @@ void writeDay(const QString &path, int runs, std::vector<qint64> *offsets)
     QFile file(path);
     file.open(QIODevice::WriteOnly | QIODevice::Truncate);
     const QString day = QDate::currentDate().toString(Qt::ISODate);
-    const QByteArray slip = QJsonDocument(QJsonObject{{u"s"_s, slipText() + slipText()}})
-                                .toJson(QJsonDocument::Compact)
-                                .mid(5)
-                                .chopped(1);
+    // Two slips' text, on one line and without quotes: it is written as a string in a string.
+    const QByteArray slip =
+        QString(slipText() + slipText()).replace(u'\n', u' ').remove(u'"').toUtf8();
     for (int i = 0; i < runs; ++i) {
         if (offsets)
             offsets->push_back(file.pos());

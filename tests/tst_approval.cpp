@@ -4,6 +4,7 @@
 
 #include "fakeclient.h"
 #include "programrun.h"
+#include "till.h"
 #include "words.h"
 
 #include <QDir>
@@ -298,20 +299,20 @@ void tst_Approval::recordingOutlivesItsScribe()
 // runs the client or the recorder in front of it, none finds nothing to run.
 void tst_Approval::recorderSwitchedUnderAStreamOfSales()
 {
-    FakeClient fake;
-    fake.setConfig(fastConfig);
-    fake.setAnswer(approval);
+    // A program client: a script is read again by name after the kernel has started it, which
+    // no rename can make atomic (docs/recorder.md).
+    const Till till(0);
     QByteArray sales;
     for (int i = 0; i < 60; ++i)
-        sales += "sale 1000\n";
+        sales += "balance\n";
     QProcess batch;
-    batch.start(QStringLiteral(POSCTL_PATH), {u"--dir"_s, fake.directory(), u"batch"_s});
+    batch.start(QStringLiteral(POSCTL_PATH), {u"--dir"_s, till.directory(), u"batch"_s});
     batch.write(sales);
     batch.closeWriteChannel();
     int switched = 0;
     while (batch.state() != QProcess::NotRunning) {
-        switched += posctl(fake.directory(), words("recorder on")).exitCode == 0;
-        switched += posctl(fake.directory(), words("recorder off")).exitCode == 0;
+        switched += posctl(till.directory(), words("recorder on")).exitCode == 0;
+        switched += posctl(till.directory(), words("recorder off")).exitCode == 0;
         batch.waitForFinished(1);
     }
     const QList<QByteArray> answers = batch.readAllStandardOutput().trimmed().split('\n');

@@ -162,8 +162,10 @@ bool appendLine(int fd, const std::string &line, const std::string &name, std::s
     return false;
 }
 
+RecordingWriter::Flusher flusher = nullptr;
+
 // Flushes the file and the folders that got a new entry to disk. Within a budget, the flush
-// is done by a helper process of its own, which finishes it whatever happens to the writer.
+// is done by a process of its own, which finishes it whatever happens to the writer.
 void makeDurable(std::vector<int> files, const RecordingWriter::Budget &budget)
 {
     const auto flush = [&files] {
@@ -174,6 +176,8 @@ void makeDurable(std::vector<int> files, const RecordingWriter::Budget &budget)
         flush();
         return;
     }
+    if (flusher && flusher(files, budget.sync))
+        return;
     int done[2];
     if (::pipe2(done, O_CLOEXEC) != 0) {
         flush();
@@ -182,6 +186,10 @@ void makeDurable(std::vector<int> files, const RecordingWriter::Budget &budget)
     const pid_t helper = ::fork();
     if (helper == 0) {
         ::setsid(); // out of the host's process group: its kill on time-out does not stop this
+        // Nothing of the writer's standard descriptors: they may be a host's pipes, which the
+        // host reads until the last writer has closed them.
+        for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
+            ::close(fd);
         flush();
         ::_exit(0);
     }
@@ -200,6 +208,11 @@ void makeDurable(std::vector<int> files, const RecordingWriter::Budget &budget)
 }
 
 } // namespace
+
+void RecordingWriter::setFlusher(Flusher newFlusher)
+{
+    flusher = newFlusher;
+}
 
 RecordingWriter::RecordingWriter(std::string processingDirectory, std::time_t day, std::string run)
     : m_directory(std::move(processingDirectory))

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <ctime>
 #include <string>
+#include <vector>
 
 // Appends lines to the recordings of a processing directory: recordings/YYYY-MM-DD.jsonl, one
 // JSON line per event. Plain C++, for the recorder that stands in the host's way.
@@ -48,6 +49,12 @@ public:
     }
 
     enum class Where { DayFile, RunFile, Nowhere };
+
+    // Who flushes within a budget: a process that lives on, which finishes the flush whatever
+    // happens to the writer. By default a helper forked for it; a flusher that answers false
+    // leaves it to that helper.
+    using Flusher = bool (*)(const std::vector<int> &descriptors, std::chrono::milliseconds budget);
+    static void setFlusher(Flusher flusher);
 
     // run: the name of the run's own file, for a line that cannot wait for the day's lock.
     RecordingWriter(std::string processingDirectory, std::time_t day, std::string run);

@@ -21,6 +21,7 @@
 #include <recordingkeys.h>
 #include <recordingline.h>
 #include <recordingwriter.h>
+#include <scribeprotocol.h>
 #include <signalpipe.h>
 
 #include <cerrno>
@@ -36,6 +37,7 @@
 #include <string>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -124,10 +126,19 @@ std::string ownDirectory()
     return directoryOf(path);
 }
 
-// Hands the kept outputs to the scribe, started in a session of its own so that nothing sent to
-// the host's process group reaches it, with the outputs on its standard input: an in-memory
-// file, so that handing them over never waits for the scribe. Returns why it could not be
-// started, or an empty text.
+// The scribe's service of the directory, when one runs.
+std::string scribeSocket;
+
+// Flushes to disk through the scribe's service, so that no process is made for it on every run.
+bool flushByScribe(const std::vector<int> &descriptors, std::chrono::milliseconds budget)
+{
+    return scribeprotocol::request(scribeSocket, "sync", descriptors, budget);
+}
+
+// Hands the kept outputs to the scribe as an in-memory file, so that handing them over never
+// waits for it: to the directory's service when one answers, else to a scribe started for it in
+// a session of its own (so that nothing sent to the host's process group reaches it), which
+// then stays as the service. Returns why no scribe could be started, or an empty text.
 std::string handToScribe(const std::string &directory, std::time_t day, const std::string &run,
                          const std::string &id, const Stream &out, const Stream &err)
 {
@@ -146,6 +157,11 @@ std::string handToScribe(const std::string &directory, std::time_t day, const st
     }
     ::lseek(memory, 0, SEEK_SET);
     const std::string dayText = std::to_string(day);
+    if (scribeprotocol::request(scribeSocket, "output " + dayText + ' ' + run + ' ' + id, {memory},
+                                std::chrono::milliseconds(100))) {
+        ::close(memory);
+        return {};
+    }
     const char *arguments[] = {program.c_str(), directory.c_str(), dayText.c_str(),
                                run.c_str(),     id.c_str(),        nullptr};
     posix_spawn_file_actions_t actions;
@@ -194,12 +210,40 @@ std::string handToScribe(const std::string &directory, std::time_t day, const st
     ::_exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
 }
 
-// Spawns the real client with the pipes of its outputs, every signal at its default as the
-// host would have left it. Returns the error number, or 0.
-int startClient(const std::string &path, char **argv, Stream &out, Stream &err, pid_t &pid)
+// The client to run, opened now, before anything else can happen to its name: zelnorinpas.real,
+// or, when the recorder was turned off in the moment since the host started it, the client back
+// as ./zelnorinpas (any file there but this very recorder). Returns the descriptor, or -1 with
+// errno set.
+int openClient(const std::string &directory, std::string &path)
+{
+    path = directory + '/' + realClient;
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd >= 0 || errno != ENOENT)
+        return fd;
+    const std::string back = directory + "/zelnorinpas";
+    const int other = ::open(back.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat own = {}, found = {};
+    if (other >= 0 && ::stat("/proc/self/exe", &own) == 0 && ::fstat(other, &found) == 0 &&
+        (own.st_dev != found.st_dev || own.st_ino != found.st_ino)) {
+        path = back;
+        return other;
+    }
+    if (other >= 0)
+        ::close(other);
+    errno = ENOENT;
+    return -1;
+}
+
+// Spawns the client opened as fd with the pipes of its outputs, every signal at its default as
+// the host would have left it. The client is run through its descriptor, so that what was opened
+// is what runs, whatever is renamed meanwhile; a script's interpreter is given the same
+// descriptor's path. Returns the error number, or 0.
+int startClient(int fd, char **argv, Stream &out, Stream &err, pid_t &pid)
 {
     int outPipe[2] = {-1, -1};
     int errPipe[2] = {-1, -1};
+    if (fd < 0)
+        return errno;
     if (::pipe2(outPipe, O_CLOEXEC) != 0 || ::pipe2(errPipe, O_CLOEXEC) != 0)
         return errno;
     posix_spawn_file_actions_t actions;
@@ -216,11 +260,17 @@ int startClient(const std::string &path, char **argv, Stream &out, Stream &err, 
     sigdelset(&set, SIGKILL);
     sigdelset(&set, SIGSTOP);
     posix_spawnattr_setsigdefault(&attributes, &set);
-    // argv[0] stays the name the host ran: a program sees ./zelnorinpas. A script sees the file
-    // the kernel ran, zelnorinpas.real, as its $0: the interpreter is given the script's path.
+    // argv[0] stays the name the host ran: a program sees ./zelnorinpas. A script sees the
+    // descriptor's path as its $0: the kernel gives an interpreter the path it ran, which must
+    // then stay open in it; a program's is closed as it starts.
+    char head[2] = {};
+    const bool script = ::pread(fd, head, 2, 0) == 2 && head[0] == '#' && head[1] == '!';
+    ::fcntl(fd, F_SETFD, script ? 0 : FD_CLOEXEC);
+    const std::string path = "/proc/self/fd/" + std::to_string(fd);
     const int error = posix_spawn(&pid, path.c_str(), &actions, &attributes, argv, environ);
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
+    ::close(fd);
     ::close(outPipe[1]);
     ::close(errPipe[1]);
     out.from = outPipe[0];
@@ -296,6 +346,8 @@ int main(int argc, char *argv[])
     const pid_t host = ::getppid();
 
     const std::string directory = directoryOf(argv[0]);
+    std::string client;
+    const int clientFd = openClient(directory, client);
     const std::time_t day = std::chrono::system_clock::to_time_t(startedAt);
     const std::string startTime = RecordingLine::isoTime(startedAt);
     const std::string id = startTime.substr(0, 23) + '-' + std::to_string(::getpid());
@@ -303,6 +355,8 @@ int main(int argc, char *argv[])
     const std::string run = startTime.substr(11, 2) + startTime.substr(14, 2) +
                             startTime.substr(17, 6) + '-' + std::to_string(::getpid());
     RecordingWriter recording(directory, day, run);
+    scribeSocket = scribeprotocol::socketPath(directory);
+    RecordingWriter::setFlusher(&flushByScribe);
 
     RecordingLine start(k::start);
     start.add(k::id, id).add(k::time, startTime).add(k::pid, ::getpid());
@@ -317,9 +371,8 @@ int main(int argc, char *argv[])
     out.head.reserve(keptBytes);
     out.to = STDOUT_FILENO;
     err.to = STDERR_FILENO;
-    const std::string client = directory + '/' + realClient;
     pid_t pid = 0;
-    const int spawnError = startClient(client, argv, out, err, pid);
+    const int spawnError = startClient(clientFd, argv, out, err, pid);
     int status = 0;
     if (spawnError != 0) {
         const std::string text = "zelnorinpas: cannot start the payment client " + client + ": " +
