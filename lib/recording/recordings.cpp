@@ -2,6 +2,7 @@
 
 #include "recordedtext.h"
 #include "recordingkeys.h"
+#include "recordinglinereader.h"
 #include "recordingwriter.h"
 
 #include <QDir>
@@ -11,6 +12,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
+#include <QSet>
 
 #include <algorithm>
 #include <cstring>
@@ -23,14 +25,15 @@ namespace k = recordingkeys;
 
 constexpr QChar argumentSeparator = QChar(0x1f);
 
-QLatin1StringView key(const char *name)
+// An event's name as a line holds it, its quotes left out.
+QByteArrayView eventName(const char *event)
 {
-    return QLatin1StringView(name);
+    return QByteArrayView(event);
 }
 
 // "2026-11-23T10:15:00.123+03:00" without QDateTime's general parser, which would cost more than
 // the rest of a line's reading.
-QDateTime timeOf(const QJsonValue &value)
+RecordedTime timeOf(const QJsonValue &value)
 {
     const QString text = value.toString();
     const auto number = [&text](qsizetype at, qsizetype length) {
@@ -43,94 +46,112 @@ QDateTime timeOf(const QJsonValue &value)
         }
         return n;
     };
-    if (text.size() != 29 || text.at(10) != u'T' || text.at(19) != u'.')
-        return QDateTime::fromString(text, Qt::ISODateWithMs);
+    RecordedTime time;
+    if (text.size() != 29 || text.at(10) != u'T' || text.at(19) != u'.') {
+        const QDateTime parsed = QDateTime::fromString(text, Qt::ISODateWithMs);
+        if (parsed.isValid())
+            time = {parsed.toMSecsSinceEpoch(), parsed.offsetFromUtc(), true};
+        return time;
+    }
     const QDate date(number(0, 4), number(5, 2), number(8, 2));
     const int hours = number(11, 2), minutes = number(14, 2), seconds = number(17, 2);
     const int ms = number(20, 3), offsetHours = number(24, 2), offsetMinutes = number(27, 2);
     if (!date.isValid() || hours < 0 || minutes < 0 || seconds < 0 || ms < 0 || offsetHours < 0 ||
         offsetMinutes < 0)
-        return QDateTime::fromString(text, Qt::ISODateWithMs);
-    const int offset = (offsetHours * 3600 + offsetMinutes * 60) * (text.at(23) == u'-' ? -1 : 1);
-    const qint64 msecs = date.toJulianDay() * 86400000LL - 2440588LL * 86400000LL +
-                         ((hours * 60LL + minutes) * 60 + seconds) * 1000 + ms - offset * 1000LL;
-    return QDateTime::fromMSecsSinceEpoch(msecs);
+        return time;
+    time.offsetSeconds = (offsetHours * 3600 + offsetMinutes * 60) * (text.at(23) == u'-' ? -1 : 1);
+    time.msecs = (date.toJulianDay() - 2440588LL) * 86400000LL +
+                 ((hours * 60LL + minutes) * 60 + seconds) * 1000 + ms -
+                 time.offsetSeconds * 1000LL;
+    time.valid = true;
+    return time;
 }
 
-void readStart(RecordedRun &run, const QJsonObject &line)
+// The same few texts in every run of a day (the host's name, the terminal's words) are held
+// once.
+QString interned(const QString &text)
 {
-    run.started = timeOf(line.value(key(k::time)));
-    run.processId = line.value(key(k::pid)).toInteger();
-    QStringList arguments;
-    for (const QJsonValue &argument : line.value(key(k::arguments)).toArray())
-        arguments.append(argument.toString());
-    run.setArguments(arguments);
-    run.host = line.value(key(k::host)).toString();
-    run.hostProcessId = line.value(key(k::hostPid)).toInteger();
+    static QSet<QString> texts;
+    if (text.size() > 64)
+        return text;
+    const auto found = texts.constFind(text);
+    return found != texts.cend() ? *found : *texts.insert(text);
 }
 
-QByteArray streamOf(const QJsonObject &line, const char *name, const char *escaped)
+void readStart(RecordedRun &run, const RecordingLineReader &line)
 {
-    const QString text = line.value(key(name)).toString();
+    run.started = timeOf(line.text(k::time));
+    run.processId = line.integer(k::pid).value_or(0);
+    run.setArguments(line.texts(k::arguments));
+    run.host = interned(line.text(k::host));
+    run.hostProcessId = line.integer(k::hostPid).value_or(0);
+}
+
+QByteArray streamOf(const RecordingLineReader &line, const char *name, const char *escaped)
+{
+    const QString text = line.text(name);
     // Recordings of the first recorder kept a stream that was not UTF-8 as Latin-1.
-    if (line.value(key(name) + "Encoding"_L1).toString() == "latin1"_L1)
+    if (line.text((std::string(name) + "Encoding").c_str()) == "latin1"_L1)
         return text.toLatin1();
-    return RecordedText::toBytes(text, line.value(key(escaped)).toBool());
+    return RecordedText::toBytes(text, line.boolean(escaped).value_or(false));
 }
 
-void readOutputs(RecordedRun &run, const QJsonObject &line, Recordings::Streams streams)
+void readOutputs(RecordedRun &run, const RecordingLineReader &line, Recordings::Streams streams)
 {
     run.hasOutput = true;
-    if (line.contains(key(k::answer)))
-        run.answer = line.value(key(k::answer)).toObject();
-    if (streams == Recordings::Streams::Skipped && line.contains(key(k::answer)))
+    const QByteArrayView summary = line.object(k::answer);
+    if (!summary.isEmpty()) {
+        RecordingLineReader answer;
+        if (answer.read(summary))
+            run.answer = RecordedAnswer::from(answer);
+    }
+    if (streams == Recordings::Streams::Skipped && !summary.isEmpty())
         return;
     const QByteArray out = streamOf(line, k::stdoutText, k::stdoutEscaped);
     // The answer as the plug-in read it: a byte that is not UTF-8 as the replacement character.
-    if (!line.contains(key(k::answer)))
-        run.answer = QJsonDocument::fromJson(QString::fromUtf8(out).toUtf8()).object();
+    if (summary.isEmpty())
+        run.answer =
+            RecordedAnswer::from(QJsonDocument::fromJson(QString::fromUtf8(out).toUtf8()).object());
     if (streams == Recordings::Streams::Kept) {
         run.standardOutput = out;
         run.standardError = streamOf(line, k::stderrText, k::stderrEscaped);
     }
 }
 
-void readEnd(RecordedRun &run, const QJsonObject &line, Recordings::Streams streams)
+void readEnd(RecordedRun &run, const RecordingLineReader &line, Recordings::Streams streams)
 {
     run.ended = true;
-    run.endedAt = timeOf(line.value(key(k::time)));
-    run.durationMs = line.value(key(k::durationMs)).toInteger();
-    if (line.contains(key(k::exitStatus)))
-        run.exitStatus = line.value(key(k::exitStatus)).toInt();
-    if (line.contains(key(k::signal)))
-        run.signal = line.value(key(k::signal)).toInt();
-    run.startError = line.value(key(k::startError)).toString();
-    run.delivered = line.value(key(k::delivered)).toBool(true);
-    if (line.contains(key(k::approval)))
-        run.approvalSeen = line.value(key(k::approval)).toBool();
-    run.standardOutputBytes = line.value(key(k::stdoutBytes)).toInteger();
-    run.standardErrorBytes = line.value(key(k::stderrBytes)).toInteger();
+    run.endedAt = timeOf(line.text(k::time));
+    run.durationMs = line.integer(k::durationMs).value_or(0);
+    if (const auto status = line.integer(k::exitStatus))
+        run.exitStatus = int(*status);
+    if (const auto signal = line.integer(k::signal))
+        run.signal = int(*signal);
+    run.startError = line.text(k::startError);
+    run.delivered = line.boolean(k::delivered).value_or(true);
+    run.approvalSeen = line.boolean(k::approval);
+    run.standardOutputBytes = line.integer(k::stdoutBytes).value_or(0);
+    run.standardErrorBytes = line.integer(k::stderrBytes).value_or(0);
     // An end line of the first recorder held the outputs itself.
-    if (line.contains(key(k::stdoutText)))
+    if (line.has(k::stdoutText))
         readOutputs(run, line, streams);
 }
 
-// The line as JSON; an output line, when its streams are not wanted, only as far as they start.
-QJsonObject parse(QByteArrayView text, Recordings::Streams streams, bool &ok)
+// The line read; an output line, when its streams are not wanted, only as far as they start.
+bool parse(QByteArrayView text, Recordings::Streams streams, RecordingLineReader &line,
+           QByteArray &prefix)
 {
-    QByteArray json = text.toByteArray();
     static const QByteArray outputLine =
         "{\"" + QByteArray(k::event) + "\":\"" + QByteArray(k::output) + '"';
     if (streams == Recordings::Streams::Skipped && text.startsWith(outputLine)) {
         const qsizetype streamsAt = text.indexOf(QByteArrayView(k::outputsStart));
-        const bool whole = text.endsWith("}\n") || text.endsWith('}');
-        if (streamsAt > 0 && whole)
-            json = text.first(streamsAt).toByteArray() + '}';
+        // Whole, or it is read whole to say it is not.
+        if (streamsAt > 0 && (text.endsWith("}\n") || text.endsWith('}'))) {
+            prefix = text.first(streamsAt).toByteArray() + '}';
+            return line.read(prefix);
+        }
     }
-    QJsonParseError error{};
-    const QJsonObject line = QJsonDocument::fromJson(json, &error).object();
-    ok = error.error == QJsonParseError::NoError;
-    return line;
+    return line.read(text);
 }
 
 // Reads the lines of one file into the day, merging each run's lines by its id, in whatever
@@ -141,34 +162,46 @@ void readInto(const QString &path, Recordings::Day &day, QHash<QString, qsizetyp
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return;
-    const qint64 size = file.size();
-    QByteArray buffer;
-    const uchar *mapped = size > 0 ? file.map(0, size) : nullptr;
-    if (!mapped && size > 0)
-        buffer = file.readAll();
-    const QByteArrayView all = mapped ? QByteArrayView(mapped, size) : QByteArrayView(buffer);
+    // A run takes one to two kilobytes of lines.
+    day.runs.reserve(day.runs.size() + file.size() / 1024);
     const QString name = QFileInfo(path).fileName();
     static const QRegularExpression idPattern(u"\"id\":\"([^\"\\\\]{1,64})\""_s);
+    RecordingLineReader line;
+    QByteArray prefix;
     int number = 0;
-    for (qsizetype at = 0; at < all.size();) {
-        qsizetype end = all.indexOf('\n', at);
+    // Read a block at a time, never the whole file: a day may be hundreds of megabytes.
+    QByteArray block;
+    qsizetype at = 0;
+    for (;;) {
+        qsizetype end = block.indexOf('\n', at);
+        if (end < 0) {
+            block.remove(0, at);
+            at = 0;
+            const QByteArray more = file.read(1 << 20);
+            if (!more.isEmpty()) {
+                block += more;
+                continue;
+            }
+            if (block.isEmpty())
+                break;
+        }
         const bool torn = end < 0;
-        end = torn ? all.size() : end + 1;
-        const QByteArrayView text = all.sliced(at, end - at);
+        end = torn ? block.size() : end + 1;
+        const QByteArrayView text = QByteArrayView(block).sliced(at, end - at);
         at = end;
         ++number;
-        bool ok = !torn;
-        const QJsonObject line = ok ? parse(text, streams, ok) : QJsonObject();
-        const QString kind = line.value(key(k::event)).toString();
-        if (ok && kind == key(k::acknowledged)) {
-            const QDateTime when = timeOf(line.value(key(k::time)));
-            for (const QJsonValue &pid : line.value(key(k::pids)).toArray())
-                day.acknowledgements.append({pid.toInteger(), when});
+        const bool ok = !torn && parse(text, streams, line, prefix);
+        const QByteArrayView kind = ok ? line.raw(k::event) : QByteArrayView();
+        if (kind == eventName(k::acknowledged)) {
+            const RecordedTime when = timeOf(line.text(k::time));
+            for (const qint64 pid : line.integers(k::pids))
+                day.acknowledgements.append({pid, when});
             continue;
         }
-        const QString id = line.value(key(k::id)).toString();
+        const QString id = ok ? line.text(k::id) : QString();
         if (!ok || id.isEmpty() ||
-            (kind != key(k::start) && kind != key(k::end) && kind != key(k::output))) {
+            (kind != eventName(k::start) && kind != eventName(k::end) &&
+             kind != eventName(k::output))) {
             // Named by its run where what is left of it still says which.
             const QRegularExpressionMatch match = idPattern.match(
                 QString::fromUtf8(text.first(std::min<qsizetype>(text.size(), 512))));
@@ -183,12 +216,14 @@ void readInto(const QString &path, Recordings::Day &day, QHash<QString, qsizetyp
             day.runs.last().id = id;
         }
         RecordedRun &run = day.runs[*found];
-        if (kind == key(k::start))
+        if (kind == eventName(k::start))
             readStart(run, line);
-        else if (kind == key(k::end))
+        else if (kind == eventName(k::end))
             readEnd(run, line, streams);
         else
             readOutputs(run, line, streams);
+        if (torn)
+            break;
     }
 }
 
@@ -221,8 +256,39 @@ QString RecordedRun::option(const QString &name) const
 bool RecordedRun::approval() const
 {
     if (hasOutput)
-        return answer.value("Status"_L1).toInt() == 1;
+        return answer.status == 1;
     return approvalSeen.value_or(false);
+}
+
+RecordedAnswer RecordedAnswer::from(const RecordingLineReader &answer)
+{
+    RecordedAnswer recorded;
+    // As the plug-in reads them: a member that is not a whole number as 0.
+    recorded.status = answer.integer("Status").value_or(0);
+    recorded.hostCode = answer.integer("ResponseCodeHost").value_or(0);
+    recorded.text = interned(answer.text("TextResponse"));
+    recorded.referenceNumber = answer.text("ReferenceNumber");
+    recorded.authorizationCode = answer.text("AuthorizationCode");
+    return recorded;
+}
+
+RecordedAnswer RecordedAnswer::from(const QJsonObject &answer)
+{
+    RecordedAnswer recorded;
+    if (answer.isEmpty())
+        return recorded;
+    recorded.status = answer.value("Status"_L1).toInt();
+    recorded.hostCode = answer.value("ResponseCodeHost"_L1).toInt();
+    recorded.text = interned(answer.value("TextResponse"_L1).toString());
+    recorded.referenceNumber = answer.value("ReferenceNumber"_L1).toString();
+    recorded.authorizationCode = answer.value("AuthorizationCode"_L1).toString();
+    return recorded;
+}
+
+QDateTime RecordedTime::toDateTime() const
+{
+    return valid ? QDateTime::fromMSecsSinceEpoch(msecs, Qt::OffsetFromUTC, offsetSeconds)
+                 : QDateTime();
 }
 
 QString RecordedRun::ending() const
@@ -276,10 +342,14 @@ Recordings::Day Recordings::read(const QString &processingDirectory, const QDate
     QHash<QString, qsizetype> byId;
     for (const QString &path : dayFiles(processingDirectory, date))
         readInto(path, day, byId, streams);
-    std::stable_sort(
-        day.runs.begin(), day.runs.end(),
-        [](const RecordedRun &a, const RecordedRun &b) { return a.started < b.started; });
+    // Runs start in the order of their lines, but for those that went into files of their own.
+    const auto earlier = [](const RecordedRun &a, const RecordedRun &b) {
+        return a.started < b.started;
+    };
+    if (!std::is_sorted(day.runs.cbegin(), day.runs.cend(), earlier))
+        std::stable_sort(day.runs.begin(), day.runs.end(), earlier);
     QList<RecordedRun *> runs;
+    runs.reserve(day.runs.size());
     for (RecordedRun &run : day.runs)
         runs.append(&run);
     acknowledge(runs, day.acknowledgements);
@@ -304,26 +374,21 @@ Recordings::Next Recordings::runFrom(const QString &path, qint64 offset)
         "{\"" + QByteArray(k::event) + "\":\"" + QByteArray(k::start) + '"';
     RecordedRun run;
     QByteArray idMark;
+    RecordingLineReader line;
     const auto merge = [&](const QByteArray &text) {
-        bool ok = false;
-        const QJsonObject line = parse(text, Streams::Kept, ok);
-        const QString kind = line.value(key(k::event)).toString();
-        if (!ok || line.value(key(k::id)).toString() != run.id)
+        if (!line.read(text) || line.text(k::id) != run.id)
             return;
-        if (kind == key(k::end))
+        if (line.raw(k::event) == eventName(k::end))
             readEnd(run, line, Streams::Kept);
-        else if (kind == key(k::output))
+        else if (line.raw(k::event) == eventName(k::output))
             readOutputs(run, line, Streams::Kept);
     };
     while (!file.atEnd()) {
         const QByteArray text = file.readLine();
-        if (!text.startsWith(startLine) || !text.endsWith('\n'))
+        if (!text.startsWith(startLine) || !text.endsWith('\n') || !line.read(text) ||
+            line.text(k::id).isEmpty())
             continue;
-        bool ok = false;
-        const QJsonObject line = parse(text, Streams::Kept, ok);
-        if (!ok || line.value(key(k::id)).toString().isEmpty())
-            continue;
-        run.id = line.value(key(k::id)).toString();
+        run.id = line.text(k::id);
         readStart(run, line);
         next.offset = file.pos();
         idMark = "\"" + QByteArray(k::id) + "\":\"" + run.id.toUtf8() + '"';
@@ -356,7 +421,7 @@ Recordings::Next Recordings::runFrom(const QString &path, qint64 offset)
 }
 
 void Recordings::acknowledge(QList<RecordedRun *> runs,
-                             const QList<std::pair<qint64, QDateTime>> &acknowledgements)
+                             const QList<std::pair<qint64, RecordedTime>> &acknowledgements)
 {
     if (acknowledgements.isEmpty())
         return;

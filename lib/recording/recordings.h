@@ -10,6 +10,34 @@
 
 #include <optional>
 
+// The main members of a client's answer, as a run's recording keeps them for readers.
+struct RecordedAnswer
+{
+    std::optional<int> status;
+    std::optional<int> hostCode;
+    QString text;
+    QString referenceNumber;
+    QString authorizationCode;
+
+    bool isEmpty() const { return !status && text.isEmpty() && referenceNumber.isEmpty(); }
+    // As the plug-in reads them: a member that is not a whole number as 0.
+    static RecordedAnswer from(const QJsonObject &answer);
+    static RecordedAnswer from(const class RecordingLineReader &answer);
+};
+
+// A moment as a recording holds it: milliseconds since the epoch and the offset it was written
+// with, so that a day of runs costs no time-zone lookups.
+struct RecordedTime
+{
+    qint64 msecs = 0;
+    int offsetSeconds = 0;
+    bool valid = false;
+
+    QDateTime toDateTime() const;
+    bool operator<(const RecordedTime &other) const { return msecs < other.msecs; }
+    bool operator<=(const RecordedTime &other) const { return msecs <= other.msecs; }
+};
+
 // One run of the payment client as the recorder kept it. The recorder writes a start line before
 // the client starts and an end line once it has ended (how, whether its answer reached the host,
 // how much it wrote, whether that reads as an approval); its scribe then adds an output line with
@@ -18,13 +46,13 @@
 struct RecordedRun
 {
     QString id;
-    QDateTime started;
+    RecordedTime started;
     qint64 processId = 0; // the recorder's, which the host saw as the client's
     QString host;         // a host that acknowledges the answers it takes ("posctl"), or empty
     qint64 hostProcessId = 0;
 
     bool ended = false; // no end line: the outcome is unknown (killed, power lost)
-    QDateTime endedAt;
+    RecordedTime endedAt;
     qint64 durationMs = 0;
     std::optional<int> exitStatus;
     std::optional<int> signal;
@@ -35,7 +63,7 @@ struct RecordedRun
     qint64 standardErrorBytes = 0;
 
     bool hasOutput = false;    // the scribe's line is there
-    QJsonObject answer;        // its main members: Status, ReferenceNumber, AuthorizationCode, ...
+    RecordedAnswer answer;     // its main members
     QByteArray standardOutput; // card data masked; only when read with the streams
     QByteArray standardError;
 
@@ -60,6 +88,8 @@ private:
     QString m_arguments; // joined by U+001F: one allocation for a day of runs
 };
 
+Q_DECLARE_TYPEINFO(RecordedRun, Q_RELOCATABLE_TYPE);
+
 // The recordings of a processing directory (RecordingWriter writes them). A day is read as a
 // stream, line by line, in one pass, keeping of each run only what is small unless the streams
 // are asked for: a day of 100,000 runs reads in well under two seconds.
@@ -83,7 +113,7 @@ public:
         };
         QList<Problem> problems;
         // The host's acknowledgements: process ids and when.
-        QList<std::pair<qint64, QDateTime>> acknowledgements;
+        QList<std::pair<qint64, RecordedTime>> acknowledgements;
 
         QStringList problemTexts() const;
     };
@@ -112,7 +142,7 @@ public:
     // Marks the runs that an acknowledgement names: the latest run of that process id that
     // started before it.
     static void acknowledge(QList<RecordedRun *> runs,
-                            const QList<std::pair<qint64, QDateTime>> &acknowledgements);
+                            const QList<std::pair<qint64, RecordedTime>> &acknowledgements);
     // When the recorder last failed to write, and why, if it has.
     static std::optional<QDateTime> failure(const QString &processingDirectory, QString &why);
 };

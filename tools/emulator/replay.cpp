@@ -79,7 +79,7 @@ Replay::Answer Replay::next(const QString &recording, double speed, const Emulat
         answer.refusal = u"воспроизведение записи %1: ожидался запуск %2 от %3 (%4), а пришёл "
                          u"%5"_s.arg(recording)
                              .arg(at.next + 1)
-                             .arg(run.started.toString(u"HH:mm:ss"_s), expected, asked);
+                             .arg(run.started.toDateTime().toString(u"HH:mm:ss"_s), expected, asked);
         return answer;
     }
     keepPosition(path, {at.next + 1, found.offset});

@@ -14,6 +14,7 @@ public:
     QString toString() const { return u'{' + m_body + u'}'; }
 
     static QString encode(const QJsonValue &value);
+    static QString encode(const QStringList &texts);
     // A JSON array of values that are JSON already.
     static QString array(const QStringList &values);
 

@@ -157,8 +157,11 @@ int PosctlHost::recordings(const Invocation &invocation)
     const QString directory = CommandRunner::processingDirectory(*m_processor);
     const QDate day = invocation.day.value_or(QDate::currentDate());
     const Recordings::Day runs = Recordings::read(directory, day);
-    write(stdout, m_globals.json ? RecordingsReport::json(directory, day, runs) + u'\n'
-                                 : RecordingsReport::text(directory, day, runs));
+    Output out(stdout);
+    if (m_globals.json)
+        RecordingsReport::writeJson(out, directory, day, runs);
+    else
+        RecordingsReport::writeText(out, directory, day, runs);
     return 0;
 }
 

@@ -243,6 +243,8 @@ bool RecorderSetup::turnOff(const QString &directory, Force force, QString &mess
     QFile::remove(dir.filePath(QLatin1StringView(noteFile)));
     syncDirectory(directory);
     QFile::remove(dir.filePath(QLatin1StringView(scribe)));
+    // The scribe's service ends when its socket is gone.
+    QFile::remove(dir.filePath(u"recordings/scribe.sock"_s));
     dir.rmdir(u"recordings"_s); // only when nothing was recorded
     message = u"the recorder is off in %1"_s.arg(directory) +
               (dir.exists(u"recordings"_s)

@@ -2,6 +2,7 @@
 
 #include "formatter.h"
 #include "jsonwriter.h"
+#include "output.h"
 #include "recordersetup.h"
 #include "runningclients.h"
 
@@ -54,11 +55,11 @@ QString resultOf(const RecordedRun &run)
 {
     if (!run.ended)
         return u"outcome unknown (no end was recorded)"_s;
-    const QJsonObject answer = run.answer;
+    const RecordedAnswer &answer = run.answer;
     if (run.exitStatus != 0 || answer.isEmpty())
         return run.ending();
-    const int status = answer.value("Status"_L1).toInt();
-    const QString text = answer.value("TextResponse"_L1).toString();
+    const int status = answer.status.value_or(0);
+    const QString text = answer.text;
     return (status == 1 ? u"approved"_s : u"status %1"_s.arg(status)) +
            (text.isEmpty() ? QString() : u" "_s + text);
 }
@@ -66,7 +67,7 @@ QString resultOf(const RecordedRun &run)
 QString summary(const RecordedRun &run)
 {
     const QString amount = amountOf(run);
-    return run.started.toString(u"HH:mm:ss"_s) + u' ' + operationName(run) +
+    return run.started.toDateTime().toString(u"HH:mm:ss"_s) + u' ' + operationName(run) +
            (amount.isEmpty() ? QString() : u' ' + amount);
 }
 
@@ -94,16 +95,22 @@ bool hostStillRuns(const RecordedRun &run)
 {
     if (run.host.isEmpty() || run.hostProcessId <= 0)
         return false;
-    return QFileInfo(u"/proc/%1/exe"_s.arg(run.hostProcessId))
-        .canonicalFilePath()
-        .endsWith(u"/"_s + run.host);
+    static QHash<qint64, bool> known;
+    const auto found = known.constFind(run.hostProcessId);
+    if (found != known.cend())
+        return *found;
+    const bool runs = QFileInfo(u"/proc/%1/exe"_s.arg(run.hostProcessId))
+                          .canonicalFilePath()
+                          .endsWith(u"/"_s + run.host);
+    known.insert(run.hostProcessId, runs);
+    return runs;
 }
 
 // Whether a run has just ended and its outputs are still on their way from the scribe.
 bool outputsOnTheirWay(const RecordedRun &run)
 {
-    return run.ended && !run.hasOutput && run.endedAt.isValid() &&
-           run.endedAt.msecsTo(QDateTime::currentDateTime()) < 5000;
+    return run.ended && !run.hasOutput && run.endedAt.valid &&
+           QDateTime::currentMSecsSinceEpoch() - run.endedAt.msecs < 5000;
 }
 
 // The runs of today and yesterday, acknowledgements matched across both, read again after a
@@ -148,51 +155,50 @@ QString approvalNotTaken(const RecordedRun &run)
 
 } // namespace
 
-QString RecordingsReport::text(const QString &directory, const QDate &day,
-                               const Recordings::Day &runs)
+void RecordingsReport::writeText(Output &out, const QString &directory, const QDate &day,
+                                 const Recordings::Day &runs)
 {
-    QString out = u"recordings of %1 in %2: %3 run%4\n"_s.arg(day.toString(Qt::ISODate), directory)
-                      .arg(runs.runs.size())
-                      .arg(runs.runs.size() == 1 ? QString() : u"s"_s);
+    out << u"recordings of %1 in %2: %3 run%4\n"_s.arg(day.toString(Qt::ISODate), directory)
+               .arg(runs.runs.size())
+               .arg(runs.runs.size() == 1 ? QString() : u"s"_s);
     for (const RecordedRun &run : runs.runs) {
-        const QString reference = run.answer.value("ReferenceNumber"_L1).toString();
-        out += u"  %1  %2%3  %4  %5\n"_s.arg(
+        const QString reference = run.answer.referenceNumber;
+        out << u"  %1  %2%3  %4  %5\n"_s.arg(
             summary(run).leftJustified(36), resultOf(run),
             reference.isEmpty() ? QString() : u", reference number "_s + reference,
             run.ended ? u"%1 ms"_s.arg(run.durationMs) : u"-"_s, delivery(run));
     }
     for (const QString &problem : runs.problemTexts())
-        out += u"  note: "_s + problem + u'\n';
-    return out;
+        out << u"  note: "_s << problem << u'\n';
 }
 
-QString RecordingsReport::json(const QString &directory, const QDate &day,
-                               const Recordings::Day &runs)
+void RecordingsReport::writeJson(Output &out, const QString &directory, const QDate &day,
+                                 const Recordings::Day &runs)
 {
-    QJsonArray list;
+    // Written a run at a time: a day may hold a hundred thousand.
+    out << u"{\"directory\":"_s << JsonWriter::encode(directory) << u",\"day\":"_s
+        << JsonWriter::encode(day.toString(Qt::ISODate)) << u",\"runs\":["_s;
+    bool first = true;
     for (const RecordedRun &run : runs.runs) {
-        const QJsonObject answer = run.answer;
-        QJsonObject item{{u"id"_s, run.id},
-                         {u"time"_s, run.started.toString(Qt::ISODateWithMs)},
-                         {u"operation"_s, operationName(run)},
-                         {u"arguments"_s, QJsonArray::fromStringList(run.arguments())},
-                         {u"ended"_s, run.ended}};
-        if (run.ended) {
-            item.insert(u"ending"_s, run.ending());
-            item.insert(u"durationMs"_s, run.durationMs);
-            item.insert(u"delivered"_s, run.delivered);
-            item.insert(u"status"_s, answer.value("Status"_L1));
-            item.insert(u"text"_s, answer.value("TextResponse"_L1));
-            item.insert(u"referenceNumber"_s, answer.value("ReferenceNumber"_L1));
-        }
-        list.append(item);
+        const RecordedAnswer &answer = run.answer;
+        JsonWriter item;
+        item.add(u"id"_s, run.id)
+            .add(u"time"_s, run.started.toDateTime().toString(Qt::ISODateWithMs))
+            .add(u"operation"_s, operationName(run))
+            .addRaw(u"arguments"_s, JsonWriter::encode(run.arguments()))
+            .add(u"ended"_s, run.ended);
+        if (run.ended)
+            item.add(u"ending"_s, run.ending())
+                .add(u"durationMs"_s, run.durationMs)
+                .add(u"delivered"_s, run.delivered)
+                .add(u"status"_s, answer.status ? QJsonValue(*answer.status) : QJsonValue())
+                .add(u"text"_s, answer.text)
+                .add(u"referenceNumber"_s, answer.referenceNumber);
+        out << (first ? QString() : u","_s) << item.toString();
+        first = false;
     }
-    return JsonWriter()
-        .add(u"directory"_s, directory)
-        .add(u"day"_s, day.toString(Qt::ISODate))
-        .add(u"runs"_s, list)
-        .add(u"problems"_s, QJsonArray::fromStringList(runs.problemTexts()))
-        .toString();
+    out << u"],\"problems\":"_s
+        << JsonWriter::encode(QJsonArray::fromStringList(runs.problemTexts())) << u"}\n"_s;
 }
 
 namespace {
@@ -281,8 +287,8 @@ Finding runFinding(Finding::Kind kind, const QString &text, const RecordedRun &r
     const qint64 amount = run.option(u"-a"_s).toLongLong(&ok);
     if (ok)
         finding.amount = amount;
-    finding.referenceNumber = run.answer.value("ReferenceNumber"_L1).toString();
-    finding.authorizationCode = run.answer.value("AuthorizationCode"_L1).toString();
+    finding.referenceNumber = run.answer.referenceNumber;
+    finding.authorizationCode = run.answer.authorizationCode;
     finding.processId = run.processId;
     return finding;
 }
@@ -319,24 +325,28 @@ void RecordingsReport::addFindings(const QString &directory, Findings &findings)
             findings.append(finding);
         }
         for (const RecordedRun &run : recorded.runs) {
-            if (hostStillRuns(run) || running(run, clients))
-                continue;
             const QString notTaken = run.approval() ? approvalNotTaken(run) : QString();
+            const bool unknown = !run.ended || !run.endedByItself();
+            const bool outputsMissing = run.ended && !run.hasOutput;
+            // Only a run that needs a person is looked at further: one still at work does not.
+            if ((notTaken.isEmpty() && !unknown && !outputsMissing) || hostStillRuns(run) ||
+                running(run, clients))
+                continue;
             if (!notTaken.isEmpty()) {
-                Finding finding = runFinding(
-                    Kind::UnseenApproval,
-                    u"an approval never reached the host: %1 %2, reference number %3, "
-                    u"authorization code %4 (run %5): %6"_s.arg(
-                        day, summary(run), run.answer.value("ReferenceNumber"_L1).toString(),
-                        run.answer.value("AuthorizationCode"_L1).toString(), run.id, notTaken),
-                    run, recorded.date);
+                Finding finding =
+                    runFinding(Kind::UnseenApproval,
+                               u"an approval never reached the host: %1 %2, reference number %3, "
+                               u"authorization code %4 (run %5): %6"_s.arg(
+                                   day, summary(run), run.answer.referenceNumber,
+                                   run.answer.authorizationCode, run.id, notTaken),
+                               run, recorded.date);
                 finding.advice =
                     u"for the approval of %1: print the terminal's last slip with "
                     u"posctl --dir %2 copy; if the till has no sale for it, cancel it "
                     u"with posctl --dir %2 cancel %3 --rrn %4"_s.arg(
                         summary(run), directory, run.option(u"-a"_s), finding.referenceNumber);
                 findings.append(finding);
-            } else if (!run.ended || !run.endedByItself()) {
+            } else if (unknown) {
                 Finding finding = runFinding(
                     Kind::UnknownOutcome,
                     u"a run's outcome is unknown: %1 %2 %3 (run %4)"_s.arg(
@@ -352,7 +362,7 @@ void RecordingsReport::addFindings(const QString &directory, Findings &findings)
                                  u"it ended"_s.arg(summary(run), directory);
                 findings.append(finding);
             }
-            if (run.ended && !run.hasOutput)
+            if (outputsMissing)
                 findings.append(runFinding(
                     Kind::OutputsMissing,
                     u"the recorder's scribe did not keep what the client wrote in %1 %2 (run %3): "

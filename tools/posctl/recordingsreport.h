@@ -2,6 +2,8 @@
 
 #include "finding.h"
 
+class Output;
+
 #include <recordings.h>
 
 #include <QDate>
@@ -13,8 +15,11 @@
 class RecordingsReport
 {
 public:
-    static QString text(const QString &directory, const QDate &day, const Recordings::Day &runs);
-    static QString json(const QString &directory, const QDate &day, const Recordings::Day &runs);
+    // A day's runs, written a run at a time.
+    static void writeText(Output &out, const QString &directory, const QDate &day,
+                          const Recordings::Day &runs);
+    static void writeJson(Output &out, const QString &directory, const QDate &day,
+                          const Recordings::Day &runs);
 
     // For check, over today's and yesterday's recordings: an approval that never reached the
     // host, a run whose outcome is unknown, each with what to do next; lines that cannot be
