@@ -3,6 +3,7 @@
 // escapes every logged value goes through.
 
 #include <cardmask.h>
+#include <customercodeforms.h>
 #include <escape.h>
 #include <escapeblock.h>
 #include <outputmask.h>
@@ -36,13 +37,19 @@ class tst_CardMask : public QObject
 private Q_SLOTS:
     void cases_data();
     void cases();
+    void customerCodeByValue_data();
+    void customerCodeByValue();
     void escapes_data();
     void escapes();
     void escapeBlockForms();
 };
 
-// tests/data/cardmask/text/*.in are texts the client writes for people (CardMask::text);
-// output/*.in are whole standard outputs (OutputMask::masked).
+// tests/data/cardmask/<kind>/*.in, by the kind of text they are:
+//   text    what the client writes for people (CardMask::text, readable)
+//   strict  text nothing says the kind of (CardMask::text, strict)
+//   output  whole standard outputs (OutputMask::masked)
+//   cut     standard outputs cut at the runner's limit
+//   stderr  standard error (OutputMask::maskedUnknownText)
 void tst_CardMask::cases_data()
 {
     QTest::addColumn<QString>("kind");
@@ -50,7 +57,7 @@ void tst_CardMask::cases_data()
     QTest::addColumn<QString>("expected");
     const QDir root(QStringLiteral(CARDMASK_CASES));
     int found = 0;
-    for (const QString &kind : {u"text"_s, u"output"_s}) {
+    for (const QString &kind : {u"text"_s, u"strict"_s, u"output"_s, u"cut"_s, u"stderr"_s}) {
         const QDir dir(root.filePath(kind));
         for (const QString &name : dir.entryList({u"*.in"_s}, QDir::Files, QDir::Name)) {
             const QString base = name.chopped(3);
@@ -69,9 +76,58 @@ void tst_CardMask::cases()
     QFETCH(QString, input);
     QFETCH(QString, expected);
     QVERIFY2(!expected.isNull(), "no .expected file");
-    const QString masked = kind == "text"_L1 ? CardMask::text(input)
-                                             : OutputMask::masked(input, CardMask::Ending::Whole);
+    constexpr CardMask::Ending Whole = CardMask::Ending::Whole;
+    const QString masked =
+        kind == "text"_L1     ? CardMask::text(input)
+        : kind == "strict"_L1 ? CardMask::text(input, Whole, CardMask::Reading::Strict)
+        : kind == "output"_L1 ? OutputMask::masked(input, Whole)
+        : kind == "cut"_L1    ? OutputMask::masked(input, CardMask::Ending::MayBeCut)
+                              : OutputMask::maskedUnknownText(input, Whole);
     QCOMPARE(masked, expected);
+}
+
+namespace {
+
+// A "-d" value as the plug-in sends it: the customer code (Base64 of EMV data with tags 57 and
+// 5A) in tags D1 and F6, in Base64. Its number, 4276123456781234, fails the check digit, so that
+// only the code's value can find it.
+const QString sent =
+    u"9lLRUGhRVkRVRll3TVdFeFR3ZWdBQUFBQXhBUVZ4RkNkaEkwVm5nU05OSlJJZ0VBQUFBQUQxb0lRbllTTkZaNEVqU2ZKZ2dSSWpORVZXWjNpQT09"_s;
+const QString number = u"4276123456781234"_s;
+
+QString hexOf(const QString &base64)
+{
+    return QString::fromLatin1(QByteArray::fromBase64(base64.toLatin1()).toHex());
+}
+
+} // namespace
+
+void tst_CardMask::customerCodeByValue_data()
+{
+    QTest::addColumn<QString>("echo"); // what the client writes back
+    const QString code = QString::fromLatin1(QByteArray::fromBase64(sent.toLatin1()).mid(4));
+    QTest::newRow("its command line") << u"zelnorinpas 1 -a 100 -d "_s + sent;
+    QTest::newRow("the code inside") << u"code="_s + code;
+    QTest::newRow("the value in hex") << u"hex "_s + hexOf(sent).toUpper();
+    QTest::newRow("the code's bytes in hex") << u"emv:"_s + hexOf(code);
+    QTest::newRow("the number alone") << u"card "_s + number + u" declined"_s;
+    QTest::newRow("track 2 as text") << u"t2="_s + number + u"=2512201000000000?"_s;
+}
+
+// Wherever a client echoes the customer's code it was sent, in whatever form, neither the code
+// nor the card data inside it is kept: on its standard error and in its message.
+void tst_CardMask::customerCodeByValue()
+{
+    QFETCH(QString, echo);
+    const CustomerCodeForms forms(sent);
+    const QString output = u"{\"Status\":1,\"TextResponse\":\""_s + echo + u"\"}"_s;
+    for (const QString &masked :
+         {OutputMask::maskedUnknownText(echo, CardMask::Ending::Whole, forms),
+          OutputMask::masked(output, CardMask::Ending::Whole, forms)}) {
+        QVERIFY2(masked.contains("<QR "_L1), qPrintable(masked));
+        for (const QString &secret : {sent, number, u"2512201"_s, hexOf(sent).mid(8, 40)})
+            QVERIFY2(!masked.contains(secret, Qt::CaseInsensitive), qPrintable(masked));
+    }
 }
 
 void tst_CardMask::escapes_data()

@@ -4,6 +4,7 @@
 #include "logcapture.h"
 #include "processorfixture.h"
 
+#include <externalprocessthread.h>
 #include <singleton.h>
 #include <tlv/bertlv.h>
 #include <valutcollection.h>
@@ -98,6 +99,8 @@ private Q_SLOTS:
     void initTestCase();
     void log_data();
     void log();
+    void cutOnlyAtTheRunnersLimit_data();
+    void cutOnlyAtTheRunnersLimit();
 };
 
 void tst_MaskingLog::initTestCase()
@@ -171,14 +174,14 @@ void tst_MaskingLog::log_data()
         {visa, rest.left(7), u"IVANOV"_s});
     row(u"track 2 in grouped digits"_s, slipAnswer(grouped(visa, fours, u" "_s) + u"="_s + rest),
         {visa, rest.left(7)});
-    row(u"EMV tag 57 glued to its neighbours"_s,
+    // A member nobody named is read strictly: encoded data that is not BER-TLV by its length.
+    row(u"EMV data in a member nobody named"_s,
         answer(QJsonObject{
             {u"EmvData"_s, QString(u"9F2701805713"_s + visa + u"D"_s + rest + u"F9F3602"_s)}}),
-        {visa, rest.left(7)}, {u"9F2701805713<track"_s, u">9F3602"_s});
-    row(u"EMV tag 5A glued to its neighbours"_s,
-        answer(QJsonObject{
-            {u"EmvData"_s, QString(u"9F02060000000150005A08"_s + visa + u"5F24032512319F"_s)}}),
-        {visa}, {u"5A08************"_s + last4 + u"5F2403251231"_s});
+        {visa, rest.left(7)}, {u"\"EmvData\":\"<hex 28 bytes>\""_s});
+    row(u"EMV tag 5A glued to its neighbours on a slip"_s,
+        slipAnswer(u"EMV 9F02060000000150005A08"_s + visa + u"5F24032512319F"_s), {visa},
+        {u"5A08************"_s + last4 + u"5F2403251231"_s});
 
     // JSON escapes cannot hide a digit or a separator.
     row(u"a control character before the number"_s,
@@ -188,9 +191,6 @@ void tst_MaskingLog::log_data()
         {visa});
     row(u"digits written as escapes"_s,
         "{\"Status\":1,\"X\":\"\\u0034" + visa.mid(1).toLatin1() + "\"}", {visa});
-    // Cut where what is left fails the check digit: only the cut tells it from a reference.
-    row(u"output cut in the middle of a number"_s,
-        "{\"Status\":1,\"ReceiptData\":\"0xDF^1^КАРТА 41111111111111", {u"41111111111111"_s});
     row(u"output that is not JSON, with escapes"_s, "ОШИБКА \\u0034" + visa.mid(1).toLatin1(),
         {visa});
     row(u"PAN failing the check digit"_s, answer(QJsonObject{{u"PAN"_s, u"4276123456781234"_s}}),
@@ -209,6 +209,12 @@ void tst_MaskingLog::log_data()
         tlv::generateBerTlvTag(u"F6"_s, tlv::generateBerTlvTag(u"D1"_s, qr.toLatin1())).toBase64());
     row(u"customer QR code after an option that looks like its own"_s, answer(), {qr, payload},
         {u"-c -d -d <QR %1 bytes>"_s.arg(payload.size())}, {}, qr, u"-d"_s);
+    // A client that echoes the code it was sent, here in its message: found by its value.
+    row(u"customer QR code echoed in the message"_s,
+        answer(QJsonObject{{u"TextResponse"_s, QString(u"QR "_s + qr + u" -d "_s + payload)}}),
+        {qr, payload},
+        {u"Сообщение='QR <QR %1 bytes> -d <QR %2 bytes>'"_s.arg(qr.size()).arg(payload.size())}, {},
+        qr);
 
     // What the log is for stays readable.
     const QString merchant = card(u"1"_s, 15);
@@ -276,6 +282,40 @@ void tst_MaskingLog::log()
     QCOMPARE(result.pan, sent.value("PAN"_L1).toString());
     if (sent.contains("TextResponse"_L1))
         QCOMPARE(result.message.ru(), sent.value("TextResponse"_L1).toString());
+}
+
+void tst_MaskingLog::cutOnlyAtTheRunnersLimit_data()
+{
+    QTest::addColumn<qsizetype>("size");   // of the output, in bytes
+    QTest::addColumn<QString>("expected"); // how the line ends
+    // Digits that fail the check digit are a reference, unless the runner may have cut the
+    // number they start: only an output that could reach its limit (in bytes; up to three per
+    // character) may have been.
+    QTest::newRow("a short answer that does not end") << qsizetype(64) << u"КАРТА 41111111111111"_s;
+    QTest::newRow("an answer that could reach the runner's limit")
+        << ExternalProcessThread::maxOutputSize / 3 + 64 << u"КАРТА **************"_s;
+}
+
+void tst_MaskingLog::cutOnlyAtTheRunnersLimit()
+{
+    QFETCH(qsizetype, size);
+    QFETCH(QString, expected);
+    QByteArray output = "{\"Status\":1,\"ReceiptData\":\"0xDF^1^";
+    const QByteArray tail = QStringView(u" КАРТА 41111111111111").toUtf8();
+    output += QByteArray(std::max<qsizetype>(0, size - output.size() - tail.size()), 'x') + tail;
+    ProcessorFixture f;
+    f.client.setAnswer(output);
+    QString last;
+    {
+        const LogCapture log;
+        QLoggingCategory::setFilterRules(u"inpas.debug=true"_s);
+        f.processor->printCopy(0);
+        QLoggingCategory::setFilterRules(QString());
+        for (const QString &line : log.lines())
+            if (line.contains("0xDF^1^"_L1))
+                last = line;
+    }
+    QVERIFY2(last.endsWith(expected), qPrintable(last.right(80)));
 }
 
 QTEST_GUILESS_MAIN(tst_MaskingLog)

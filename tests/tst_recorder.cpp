@@ -82,6 +82,8 @@ class tst_Recorder : public QObject
 private Q_SLOTS:
     void transparent_data();
     void transparent();
+    void streamsAsKept_data();
+    void streamsAsKept();
     void runsThatNeedAPerson_data();
     void runsThatNeedAPerson();
     void writeFailureIsReported();
@@ -177,6 +179,48 @@ void tst_Recorder::transparent()
                                       " bytes>\"")) &&
             !lines.contains("hQVDUFY"));
     QVERIFY(!lines.contains("4111111111111111"));
+}
+
+void tst_Recorder::streamsAsKept_data()
+{
+    QTest::addColumn<QByteArray>("client");
+    QTest::addColumn<QByteArray>("output"); // as the recording keeps it
+    QTest::addColumn<QByteArray>("error");
+    const QByteArray kept(256 * 1024 - 1, 'x');
+    QTest::newRow("standard error decoded, then read strictly")
+        << QByteArray(R"(printf '{"pan":"4111\u00a01111\u00a01111\u00a01111","cvv":"CVV2: 123",)"
+                      R"("rrn":"123456785820"}\n' >&2)")
+        << QByteArray()
+        << QStringView(u"{\"pan\":\"****\u00a0****\u00a0****\u00a01111\",\"cvv\":\"CVV2: ***\","
+                       u"\"rrn\":\"********5820\"}")
+               .toUtf8();
+    QTest::newRow("the customer's code echoed, found by its value")
+        << QByteArray(R"(echo "$@" >&2; echo "{\"TextResponse\":\"$5\"}")")
+        << "{\"TextResponse\":\"<QR " + QByteArray::number(customerCode.size()) + " bytes>\"}"
+        << "1 -a 500 -d <QR " + QByteArray::number(customerCode.size()) + " bytes>\n";
+    QTest::newRow("a stream cut inside a letter ends before it")
+        << QByteArray("head -c 262143 /dev/zero | tr '\\0' x; printf 'Ж'") << kept << QByteArray();
+}
+
+// What a recording keeps of the client's streams: no card data, the customer's code not even
+// by another form, and text that reads as text.
+void tst_Recorder::streamsAsKept()
+{
+    QFETCH(QByteArray, client);
+    FakeClient fake;
+    fake.setBehaviour(client);
+    QCOMPARE(posctl(fake.directory(), words("recorder on")).exitCode, 0);
+    ExternalProcessThread runner(u"./zelnorinpas"_s, words("1 -a 500 -d") << customerCode, 10s,
+                                 fake.directory());
+    runner.start();
+    QVERIFY(runner.exec());
+    QTRY_COMPARE_WITH_TIMEOUT(recording(fake.directory()).count("\"event\":\"output\""), 1, 30000);
+    const Recordings::Day day =
+        Recordings::read(fake.directory(), QDate::currentDate(), Recordings::Streams::Kept);
+    QCOMPARE(day.runs.size(), 1);
+    QTEST(day.runs.first().standardOutput, "output");
+    QTEST(day.runs.first().standardError, "error");
+    QVERIFY(!recording(fake.directory()).contains("stdoutEscaped"));
 }
 
 void tst_Recorder::runsThatNeedAPerson_data()

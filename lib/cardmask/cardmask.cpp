@@ -1,6 +1,7 @@
 #include "cardmask.h"
 
 #include "escape.h"
+#include "tlvview.h"
 
 #include <QChar>
 
@@ -18,15 +19,29 @@ constexpr qsizetype longestCard = 19;
 constexpr qsizetype visibleHead = 6;
 constexpr qsizetype visibleTail = 4;
 constexpr qsizetype longestSeparatorRun = 3;
+// A number wrapped at the end of a slip's line: its line break with the padding around it.
+constexpr qsizetype longestWrap = 48;
 // Track data names its number by its form, so a shorter number counts there.
 constexpr qsizetype shortestTrackNumber = 12;
 constexpr qsizetype shortestExpiry = 4;
 constexpr qsizetype longestTrack1 = 79;
 constexpr int mostGroups = 5; // 4-4-4-4-3
+// The strict reading: this many digits in a row (whatever splits them) could be a number.
+constexpr qsizetype strictDigits = 12;
+// The strict reading: hex and Base64 long enough to hold an EMV element or a QR payload.
+constexpr qsizetype shortestHex = 16;
+constexpr qsizetype shortestBase64 = 40;
+// Encoded data inside encoded data is read to this depth; deeper values keep only their length.
+constexpr int deepestEncoding = 3;
 
 bool isDigit(char16_t c)
 {
     return c >= u'0' && c <= u'9';
+}
+
+bool isLetter(char16_t c)
+{
+    return QChar::isLetter(c);
 }
 
 // Whether any of the four UTF-16 code units in a word is an ASCII digit: the classic test
@@ -44,13 +59,13 @@ constexpr std::array<bool, 128> asciiSeparators = [] {
     for (int c = 0; c < 0x20; ++c)
         table[size_t(c)] = true;
     table[0x7f] = true;
-    for (const char c : std::string_view(" !\"#%&'()*,-./:;?@[\\]_{}"))
+    for (const char c : std::string_view(" !\"#%&'()*,-./:;?@[\\]_{}|+~<>"))
         table[size_t(c)] = true;
     return table;
 }();
 
-// Blanks (any Unicode space), control and format characters, and punctuation: what may stand
-// between the groups of a card number.
+// Blanks (any Unicode space), control and format characters, punctuation and the signs of
+// arithmetic (a minus sign, a vertical bar): what may stand between the groups of a card number.
 bool isSeparator(char16_t c)
 {
     if (c < 128)
@@ -62,7 +77,114 @@ bool isSeparator(char16_t c)
     // cp1251 or cp866 perhaps; the replacement character for one the plug-in could not read.
     const QChar::Category category = ch.category();
     return category == QChar::Other_Control || category == QChar::Other_Format ||
-           category == QChar::Other_Surrogate;
+           category == QChar::Other_Surrogate || category == QChar::Symbol_Math;
+}
+
+bool isLineBreak(char16_t c)
+{
+    return c == u'\n' || c == u'\r' || c == 0x1e || c == 0x2028 || c == 0x2029;
+}
+
+bool isBlank(char16_t c)
+{
+    return c == u' ' || c == u'\t' || c == 0xa0;
+}
+
+bool isHex(char16_t c)
+{
+    return Escape::hexDigit(c) >= 0;
+}
+
+bool isBase64(char16_t c)
+{
+    return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z') || isDigit(c) || c == u'+' ||
+           c == u'/';
+}
+
+// What a word before a value says it is.
+enum class Label {
+    None,
+    Sensitive, // the value is sensitive authentication data: never kept, whatever it looks like
+    Fiscal,    // the value is a fiscal register's number: never a card's
+};
+
+struct LabelRow
+{
+    std::u16string_view text; // upper case
+    Label label;
+};
+
+// The labels, longest first where one ends another.
+constexpr LabelRow labels[] = {
+    {u"PIN BLOCK", Label::Sensitive}, {u"PIN-BLOCK", Label::Sensitive},
+    {u"PINBLOCK", Label::Sensitive},  {u"ПИН-БЛОК", Label::Sensitive},
+    {u"ПИН БЛОК", Label::Sensitive},  {u"ПИНБЛОК", Label::Sensitive},
+    {u"CVV2", Label::Sensitive},      {u"CVC2", Label::Sensitive},
+    {u"CAV2", Label::Sensitive},      {u"CVV", Label::Sensitive},
+    {u"CVC", Label::Sensitive},       {u"CVN", Label::Sensitive},
+    {u"CID", Label::Sensitive},       {u"CAV", Label::Sensitive},
+    {u"PIN", Label::Sensitive},       {u"ПИН", Label::Sensitive},
+    {u"ЗН ККТ", Label::Fiscal},       {u"РН ККТ", Label::Fiscal},
+    {u"ФПД", Label::Fiscal},          {u"ФН", Label::Fiscal},
+    {u"ФД", Label::Fiscal},           {u"ФП", Label::Fiscal},
+    {u"ИНН", Label::Fiscal},          {u"ЗН", Label::Fiscal},
+    {u"РН", Label::Fiscal},
+};
+
+// A date and time written as YYYYMMDDhhmmss: the shape of a slip's time stamp, never a card's.
+bool isTimestamp(const char *digits, qsizetype count)
+{
+    if (count != 14)
+        return false;
+    const auto at = [digits](int from, int length) {
+        int n = 0;
+        for (int k = from; k < from + length; ++k)
+            n = n * 10 + digits[k];
+        return n;
+    };
+    const int year = at(0, 4), month = at(4, 2), day = at(6, 2);
+    return year >= 2000 && year <= 2099 && month >= 1 && month <= 12 && day >= 1 && day <= 31 &&
+           at(8, 2) <= 23 && at(10, 2) <= 59 && at(12, 2) <= 59;
+}
+
+// The shapes a date and time are written in, field by field, longest first: D day, M month,
+// Y year of four digits, y of two, h hour, m minute, s second, f milliseconds.
+constexpr std::string_view dateTimeShapes[] = {"YMDhmsf", "DMYhmsf", "YMDhms", "DMYhms",
+                                               "hmsDMY",  "DMyhms",  "hmsDMy", "YMDhm",
+                                               "DMYhm",   "hmDMY"};
+
+// A group of digits as a field of a date or time reads it.
+struct Field
+{
+    int value;
+    qsizetype length;
+};
+
+// How many groups from the first of these are a date and time, or 0.
+int dateTimeAt(const Field *fields, qsizetype count)
+{
+    for (const std::string_view shape : dateTimeShapes) {
+        if (qsizetype(shape.size()) > count)
+            continue;
+        bool fits = true;
+        for (size_t k = 0; k < shape.size() && fits; ++k) {
+            const int v = fields[k].value;
+            const qsizetype n = fields[k].length;
+            switch (shape[k]) {
+            case 'D': fits = n == 2 && v >= 1 && v <= 31; break;
+            case 'M': fits = n == 2 && v >= 1 && v <= 12; break;
+            case 'Y': fits = n == 4 && v >= 1900 && v <= 2099; break;
+            case 'y': fits = n == 2; break;
+            case 'h': fits = n == 2 && v <= 23; break;
+            case 'm':
+            case 's': fits = n == 2 && v <= 59; break;
+            default: fits = n == 3; break;
+            }
+        }
+        if (fits)
+            return int(shape.size());
+    }
+    return 0;
 }
 
 // Digits written together, between separators. Its digits are kept as they were read, since
@@ -75,16 +197,19 @@ struct Group
 };
 
 // One pass over a text: stars are written in place (the text is detached only when one is
-// needed); track data, which goes whole, is collected and cut out at the end.
+// needed); what goes whole (track data, encoded data) is collected and replaced at the end.
 class Scanner
 {
 public:
-    Scanner(QString &text, qsizetype from, CardMask::Ending ending)
+    Scanner(QString &text, qsizetype from, CardMask::Ending ending, CardMask::Reading reading,
+            int depth = 0)
         : m_text(text)
         , m_read(reinterpret_cast<const char16_t *>(text.constData()))
         , m_from(from)
         , m_size(text.size())
         , m_ending(ending)
+        , m_strict(reading == CardMask::Reading::Strict)
+        , m_depth(depth)
     {}
 
     void run();
@@ -93,12 +218,21 @@ private:
     char16_t at(qsizetype i) const { return m_read[i]; }
     bool isTag(qsizetype i, char16_t second) const;
     void star(qsizetype i);
+    Label labelBefore(qsizetype pos) const;
+    qsizetype sensitiveValue(qsizetype digit);
+    qsizetype encodedRun(qsizetype digit);
+    qsizetype separatorRun(qsizetype pos) const;
     qsizetype scanRun(qsizetype start);
+    bool isCard(const char *digits, qsizetype count, qsizetype start) const;
     qsizetype maskCandidates(Group *window, int groups);
+    void maskStrict();
+    void maskGluedExpiry(qsizetype start, qsizetype length);
+    bool isTimestampAt(qsizetype start) const;
     qsizetype inForm(qsizetype start, qsizetype end);
     qsizetype panTag(qsizetype start, qsizetype end);
     qsizetype track2(qsizetype start, qsizetype end, bool grouped);
     qsizetype track1(qsizetype start, qsizetype end);
+    void remove(qsizetype from, qsizetype to, const QString &with);
     void removeTrack(qsizetype from, qsizetype to, qsizetype numberStart, qsizetype numberEnd);
     void maskCut(qsizetype end);
 
@@ -115,7 +249,17 @@ private:
     const qsizetype m_from; // nothing before it is read or written
     const qsizetype m_size;
     const CardMask::Ending m_ending;
+    const bool m_strict;
+    const int m_depth; // how deep inside encoded data the text is
+    qsizetype m_examined = 0; // encoded runs before this were looked at already
     std::vector<Removal> m_removals;
+    struct Span
+    {
+        qsizetype start;
+        qsizetype length;
+    };
+    std::vector<Span> m_run;     // the strict reading's groups of the run at hand
+    std::vector<Field> m_fields; // and their values, for the dates among them
 };
 
 void Scanner::star(qsizetype i)
@@ -133,12 +277,170 @@ bool Scanner::isTag(qsizetype i, char16_t second) const
     return i >= m_from && i + 1 < m_size && at(i) == u'5' && QChar::toUpper(at(i + 1)) == second;
 }
 
+// The label a value at pos follows, a few separators away: "CVV2: 123", "ФН 9282...".
+Label Scanner::labelBefore(qsizetype pos) const
+{
+    qsizetype end = pos;
+    for (int k = 0; k < 4 && end > m_from && isSeparator(at(end - 1)) && !isLineBreak(at(end - 1));
+         ++k)
+        --end;
+    if (end == pos || end == m_from || !(isLetter(at(end - 1)) || isDigit(at(end - 1))))
+        return Label::None; // glued to a word, or no word there (a label may end in a digit)
+    for (const LabelRow &row : labels) {
+        const qsizetype size = qsizetype(row.text.size());
+        const qsizetype wordStart = end - size;
+        if (wordStart < m_from || (wordStart > m_from && isLetter(at(wordStart - 1))))
+            continue;
+        bool same = true;
+        for (qsizetype k = 0; k < size && same; ++k)
+            same = QChar::toUpper(at(wordStart + k)) == row.text[size_t(k)];
+        if (same)
+            return row.label;
+    }
+    return Label::None;
+}
+
+// Sensitive authentication data after its label (CVV2, PIN block, ...): the value, digits and
+// hex letters, starred whole. Returns where scanning goes on, or -1 when the digit at hand
+// follows no such label.
+qsizetype Scanner::sensitiveValue(qsizetype digit)
+{
+    qsizetype start = digit;
+    while (start > m_from && isHex(at(start - 1)) && !isDigit(at(start - 1)))
+        --start;
+    if (labelBefore(start) != Label::Sensitive)
+        return -1;
+    qsizetype end = digit;
+    while (end < m_size && isHex(at(end)))
+        ++end;
+    // A PIN block may be written in groups split by blanks ("0412 AC89 ..."); a word that
+    // follows is not one of them.
+    while (end - start < 32 && end + 1 < m_size && isBlank(at(end)) && isHex(at(end + 1))) {
+        qsizetype next = end + 1;
+        while (next < m_size && isHex(at(next)))
+            ++next;
+        if (next < m_size && isLetter(at(next)))
+            break;
+        end = next;
+    }
+    for (qsizetype i = start; i < end; ++i)
+        if (!isBlank(at(i)))
+            star(i);
+    return end;
+}
+
+// Hex or Base64 around the character at hand (a digit; in the strict reading, any), long enough to
+// hold an EMV element or a QR payload: when it is BER-TLV, each element by its tag, the values of
+// those that carry card data starred; otherwise, in the strict reading, only its length. Returns
+// where scanning goes on, or -1 when there is none.
+qsizetype Scanner::encodedRun(qsizetype digit)
+{
+    // A digit inside a run already looked at and found to be no such thing: each run is looked
+    // at once, however many digits it holds.
+    if (digit < m_examined)
+        return -1;
+    // Hex, its bytes perhaps split by single blanks or colons: "5A 08 42 76 ...".
+    const auto hexSplit = [this](qsizetype i) {
+        return (at(i) == u' ' || at(i) == u':') && i > m_from && i + 1 < m_size &&
+               isHex(at(i - 1)) && isHex(at(i + 1));
+    };
+    qsizetype start = digit;
+    while (start > m_from && (isHex(at(start - 1)) || hexSplit(start - 1)))
+        --start;
+    qsizetype end = digit;
+    while (end < m_size && (isHex(at(end)) || hexSplit(end)))
+        ++end;
+    m_examined = end;
+    const auto alone = [this](qsizetype from, qsizetype to) {
+        return (from == m_from || !(isLetter(at(from - 1)) || isDigit(at(from - 1)))) &&
+               (to == m_size || !(isLetter(at(to)) || isDigit(at(to))));
+    };
+    QByteArray hex;
+    bool letters = false;
+    for (qsizetype i = start; i < end; ++i) {
+        if (isHex(at(i))) {
+            hex += char(at(i));
+            letters |= !isDigit(at(i));
+        }
+    }
+    QByteArray data;
+    qsizetype from = start, to = end;
+    QString kind = u"hex"_s;
+    if (letters && hex.size() >= shortestHex && hex.size() % 2 == 0 && alone(start, end)) {
+        data = QByteArray::fromHex(hex);
+    } else {
+        from = digit;
+        while (from > m_from && isBase64(at(from - 1)))
+            --from;
+        to = digit;
+        while (to < m_size && isBase64(at(to)))
+            ++to;
+        for (int padding = 0; padding < 2 && to < m_size && at(to) == u'='; ++padding)
+            ++to;
+        bool upper = false, lower = false;
+        for (qsizetype i = from; i < to; ++i) {
+            upper |= at(i) >= u'A' && at(i) <= u'Z';
+            lower |= at(i) >= u'a' && at(i) <= u'z';
+        }
+        m_examined = std::max(end, to);
+        if (to - from < shortestBase64 || !upper || !lower || (to - from) % 4 != 0 ||
+            !alone(from, to))
+            return -1;
+        data = QByteArray::fromBase64(QStringView(m_read + from, to - from).toLatin1(),
+                                      QByteArray::AbortOnBase64DecodingErrors);
+        if (data.isEmpty())
+            return -1;
+        kind = u"base64"_s;
+    }
+    QList<TlvView::Element> elements;
+    // One element of a tag that says nothing may be any data that reads as BER-TLV by chance.
+    if (TlvView::read(data, elements) &&
+        (elements.size() > 1 || elements.front().constructed ||
+         TlvView::carriesCardData(elements.front().tag))) {
+        QString shown = u'<' + kind + u" tlv"_s;
+        for (const TlvView::Element &element : std::as_const(elements)) {
+            if (element.constructed)
+                continue;
+            QString value;
+            if (TlvView::carriesCardData(element.tag)) {
+                // The number's last four digits, as a card number is shown; nothing else.
+                value = QString::fromLatin1(element.value.toHex().toUpper());
+                const bool number = element.tag == QByteArray::fromHex("5A");
+                for (qsizetype i = 0; i < value.size() - (number ? visibleTail : 0); ++i)
+                    value[i] = u'*';
+            } else if (m_depth >= deepestEncoding) {
+                value = u"<%1 bytes>"_s.arg(element.value.size());
+            } else {
+                // Any other value read the same way, as text when it is text: a proprietary tag
+                // may hold a number, a text value may be encoded data again.
+                const bool text =
+                    std::all_of(element.value.begin(), element.value.end(),
+                                [](char c) { return c >= 0x20 && c < 0x7f && c != '"'; });
+                value = text ? u'"' + QString::fromLatin1(element.value) + u'"'
+                             : QString::fromLatin1(element.value.toHex().toUpper());
+                Scanner(value, 0, CardMask::Ending::Whole,
+                        m_strict ? CardMask::Reading::Strict : CardMask::Reading::Readable,
+                        m_depth + 1)
+                    .run();
+            }
+            shown += u' ' + QString::fromLatin1(element.tag.toHex().toUpper()) + u'=' + value;
+        }
+        remove(from, to, shown + u'>');
+        return to;
+    }
+    if (!m_strict)
+        return -1;
+    remove(from, to, u"<%1 %2 bytes>"_s.arg(kind).arg(data.size()));
+    return to;
+}
+
 void Scanner::run()
 {
     qsizetype i = m_from;
     while (i < m_size) {
-        // Text without digits, the most of it, is passed over four characters at a time.
-        for (quint64 units; i + 4 <= m_size; i += 4) {
+        // Text without digits, the most of it, is passed over four characters at a time; the
+        // strict reading looks at letters too, for encoded data that holds no digit.
+        for (quint64 units; !m_strict && i + 4 <= m_size; i += 4) {
             std::memcpy(&units, m_read + i, sizeof units);
             if (hasDigit(units))
                 break;
@@ -146,7 +448,21 @@ void Scanner::run()
         if (i >= m_size)
             break;
         if (!isDigit(at(i))) {
+            if (m_strict && i >= m_examined && isBase64(at(i))) {
+                if (const qsizetype resume = encodedRun(i); resume >= 0) {
+                    i = resume;
+                    continue;
+                }
+            }
             ++i;
+            continue;
+        }
+        if (const qsizetype resume = sensitiveValue(i); resume >= 0) {
+            i = resume;
+            continue;
+        }
+        if (const qsizetype resume = encodedRun(i); resume >= 0) {
+            i = resume;
             continue;
         }
         i = scanRun(i);
@@ -164,6 +480,26 @@ void Scanner::run()
     m_text = out;
 }
 
+// The separators from pos on that still join two groups of a number: one to three, or a line
+// break with the padding of a slip's line around it. Returns their count, or -1.
+qsizetype Scanner::separatorRun(qsizetype pos) const
+{
+    qsizetype count = 0;
+    int breaks = 0;
+    bool padding = true;
+    while (pos + count < m_size && count <= longestWrap && isSeparator(at(pos + count))) {
+        const char16_t c = at(pos + count);
+        if (isLineBreak(c) && !(c == u'\n' && count > 0 && at(pos + count - 1) == u'\r'))
+            ++breaks;
+        else if (!isLineBreak(c) && !isBlank(c))
+            padding = false;
+        ++count;
+    }
+    if (count <= longestSeparatorRun || (breaks == 1 && padding && count <= longestWrap))
+        return count;
+    return -1;
+}
+
 // A run of groups from start: each group is tried as the end of a card number in each layout,
 // with the groups before it; a group in a track or TLV form ends the run.
 qsizetype Scanner::scanRun(qsizetype start)
@@ -171,6 +507,7 @@ qsizetype Scanner::scanRun(qsizetype start)
     Group window[mostGroups];
     int groups = 0;
     qsizetype pos = start;
+    m_run.clear(); // for the strict reading
     for (;;) {
         const qsizetype groupStart = pos;
         while (pos < m_size && isDigit(at(pos)))
@@ -179,9 +516,13 @@ qsizetype Scanner::scanRun(qsizetype start)
         if (const qsizetype resume = inForm(groupStart, groupEnd); resume >= 0)
             return resume;
         const qsizetype length = groupEnd - groupStart;
+        if (m_strict)
+            m_run.push_back({groupStart, length});
         if (length > longestCard) {
-            groups = 0; // an identifier: no card number holds it
-        } else {
+            groups = 0; // an identifier: no card number holds it, unless glued to its expiry
+            if (!m_strict)
+                maskGluedExpiry(groupStart, length);
+        } else if (!m_strict) {
             if (groups == mostGroups) {
                 std::move(window + 1, window + groups, window);
                 --groups;
@@ -201,19 +542,121 @@ qsizetype Scanner::scanRun(qsizetype start)
                     return resume;
             }
         }
-        qsizetype separators = 0;
-        while (pos < m_size && separators <= longestSeparatorRun && isSeparator(at(pos))) {
-            ++pos;
-            ++separators;
-        }
-        if (separators > longestSeparatorRun)
-            return pos;
-        if (separators > 0 && pos < m_size && isDigit(at(pos)))
+        const qsizetype separators = separatorRun(pos);
+        // A label that ends in a digit ("CVV2: 123") ends the run: its value is read on its own.
+        const bool joined = separators > 0 && pos + separators < m_size &&
+                            isDigit(at(pos + separators)) &&
+                            labelBefore(pos + separators) != Label::Sensitive;
+        if (joined) {
+            pos += separators;
             continue;
+        }
+        if (m_strict)
+            maskStrict();
+        if (separators < 0)
+            return pos + 1;
+        pos += separators;
         if (pos == m_size && m_ending == CardMask::Ending::MayBeCut)
             maskCut(groupEnd);
         return pos;
     }
+}
+
+// A card number run together with its expiry (YYMM) and nothing else, as a slip may print it:
+// the number by its check digit, its first digit one that the card networks use.
+void Scanner::maskGluedExpiry(qsizetype start, qsizetype length)
+{
+    const qsizetype number = length - shortestExpiry;
+    if (number < shortestCard || number > longestCard)
+        return;
+    char digits[longestCard];
+    for (qsizetype k = 0; k < number; ++k)
+        digits[k] = char(at(start + k) - u'0');
+    const int month = (at(start + number + 2) - u'0') * 10 + (at(start + number + 3) - u'0');
+    if (digits[0] < 2 || digits[0] > 6 || month < 1 || month > 12 ||
+        !CardMask::passesLuhn(digits, number) || labelBefore(start) == Label::Fiscal)
+        return;
+    for (qsizetype k = 0; k < number - visibleTail; ++k)
+        star(start + k);
+    for (qsizetype k = number; k < length; ++k)
+        star(start + k);
+}
+
+// Whether the fourteen digits from start read as YYYYMMDDhhmmss.
+bool Scanner::isTimestampAt(qsizetype start) const
+{
+    char digits[14];
+    for (int k = 0; k < 14; ++k) {
+        if (start + k >= m_size || !isDigit(at(start + k)))
+            return false;
+        digits[k] = char(at(start + k) - u'0');
+    }
+    return (start + 14 == m_size || !isDigit(at(start + 14))) && isTimestamp(digits, 14);
+}
+
+// The strict reading of a run of groups: the dates and times in it are what they are; each
+// stretch of the other groups with strictDigits or more, whatever its layout, keeps only its
+// last four digits, unless a fiscal label names it.
+void Scanner::maskStrict()
+{
+    const qsizetype count = qsizetype(m_run.size());
+    m_fields.resize(m_run.size());
+    for (qsizetype g = 0; g < count; ++g) {
+        int value = 0;
+        for (qsizetype k = 0; k < std::min<qsizetype>(m_run[g].length, 4); ++k)
+            value = value * 10 + (at(m_run[g].start + k) - u'0');
+        m_fields[g] = {value, m_run[g].length};
+    }
+    const auto maskStretch = [this](qsizetype from, qsizetype to) {
+        qsizetype digits = 0;
+        for (qsizetype g = from; g < to; ++g)
+            digits += m_run[g].length;
+        const qsizetype start = m_run[from].start;
+        if (digits < strictDigits || labelBefore(start) == Label::Fiscal ||
+            (to - from == 1 && isTimestampAt(start)))
+            return;
+        qsizetype kept = 0;
+        for (qsizetype g = to - 1; g >= from; --g) {
+            for (qsizetype i = m_run[g].start + m_run[g].length - 1; i >= m_run[g].start; --i) {
+                if (kept < visibleTail)
+                    ++kept;
+                else
+                    star(i);
+            }
+        }
+    };
+    qsizetype stretch = 0;
+    for (qsizetype g = 0; g < count;) {
+        if (const int date = dateTimeAt(m_fields.data() + g, count - g)) {
+            if (g > stretch)
+                maskStretch(stretch, g);
+            g += date;
+            stretch = g;
+        } else {
+            ++g;
+        }
+    }
+    if (count > stretch)
+        maskStretch(stretch, count);
+}
+
+// Whether these digits, starting at start, are a card number: 13 to 19 digits (zeros padding
+// them aside), an American Express prefix when there are 15, the check digit right, and no
+// fiscal register's label or time stamp's shape to say otherwise.
+bool Scanner::isCard(const char *digits, qsizetype count, qsizetype start) const
+{
+    qsizetype zeros = 0;
+    while (zeros < count && digits[zeros] == 0)
+        ++zeros;
+    const char *number = digits + zeros;
+    const qsizetype length = count - zeros;
+    if (length < shortestCard || length > longestCard)
+        return false;
+    if (length == 15 && !(number[0] == 3 && (number[1] == 4 || number[1] == 7)))
+        return false;
+    if (!CardMask::passesLuhn(number, length) || isTimestamp(digits, count))
+        return false;
+    return labelBefore(start) != Label::Fiscal;
 }
 
 // Stars the card numbers that end with the last group of the window; returns where the
@@ -229,8 +672,7 @@ qsizetype Scanner::maskCandidates(Group *window, int groups)
             std::memcpy(digits + n, window[g].digits, size_t(window[g].length));
             n += window[g].length;
         }
-        if (n < shortestCard || n > longestCard || digits[0] == 0 ||
-            !CardMask::passesLuhn(digits, n))
+        if (n > longestCard || !isCard(digits, n, window[groups - count].start))
             return;
         found = found < 0 ? window[groups - count].start
                           : std::min(found, window[groups - count].start);
@@ -241,6 +683,11 @@ qsizetype Scanner::maskCandidates(Group *window, int groups)
     };
     if (length(0) >= shortestCard)
         tryLast(1);
+    // The layouts cards are printed in: 4-6-5 and 4-6-4, 6-10, 8-8 and 6-13, fours with a
+    // shorter last group.
+    if (groups >= 2 && ((length(1) == 6 && (length(0) == 10 || length(0) == 13)) ||
+                        (length(1) == 8 && length(0) == 8)))
+        tryLast(2);
     if (groups >= 3 && (length(0) == 4 || length(0) == 5) && length(1) == 6 && length(2) == 4)
         tryLast(3);
     if (groups >= 4 && length(0) <= 4 && length(1) == 4 && length(2) == 4 && length(3) == 4)
@@ -272,7 +719,11 @@ qsizetype Scanner::panTag(qsizetype start, qsizetype end)
 {
     int bytes = -1;
     qsizetype valueStart = start;
-    if (isTag(start - 2, u'A') && end - start >= 2) { // a length of two digits, read with the group
+    if (isTag(start - 2, u'A') && end - start >= 4 && at(start) == u'8' && at(start + 1) == u'1') {
+        // The long form of a length, 81 and one byte, read with the group.
+        bytes = Escape::hexDigit(at(start + 2)) * 16 + Escape::hexDigit(at(start + 3));
+        valueStart = start + 4;
+    } else if (isTag(start - 2, u'A') && end - start >= 2) { // two digits, read with the group
         bytes = Escape::hexDigit(at(start)) * 16 + Escape::hexDigit(at(start + 1));
         valueStart = start + 2;
     } else if (isTag(start - 4, u'A') && Escape::hexDigit(at(start - 2)) >= 0 &&
@@ -348,16 +799,22 @@ qsizetype Scanner::track2(qsizetype start, qsizetype end, bool grouped)
     return to;
 }
 
-// Track 1 data: "%B", the number, "^", the name, "^", expiry, service code and discretionary
-// data up to the end sentinel "?".
+// Track 1 data: "%B" (or "%", or "%B " with a blank), the number, "^", the name, "^", expiry,
+// service code and discretionary data up to the end sentinel "?".
 qsizetype Scanner::track1(qsizetype start, qsizetype end)
 {
-    if (end - start < shortestTrackNumber || start - 1 < m_from ||
-        QChar::toUpper(at(start - 1)) != u'B')
+    if (end - start < shortestTrackNumber || start - 1 < m_from)
         return -1;
-    qsizetype from = start - 1;
-    if (from > m_from && at(from - 1) == u'%')
+    qsizetype from = start;
+    if (from - 1 >= m_from && at(from - 1) == u' ' && from - 2 >= m_from &&
+        QChar::toUpper(at(from - 2)) == u'B')
         --from;
+    if (from - 1 >= m_from && QChar::toUpper(at(from - 1)) == u'B')
+        --from;
+    if (from - 1 >= m_from && at(from - 1) == u'%')
+        --from;
+    if (from == start)
+        return -1; // neither the sentinel nor the format code: not track 1 by its form
     const qsizetype limit = std::min(m_size, from + longestTrack1);
     qsizetype to = end + 1;
     while (to < limit && at(to) != u'?' && at(to) >= 0x20)
@@ -366,6 +823,13 @@ qsizetype Scanner::track1(qsizetype start, qsizetype end)
         ++to;
     removeTrack(from, to, start, end);
     return to;
+}
+
+void Scanner::remove(qsizetype from, qsizetype to, const QString &with)
+{
+    if (!m_removals.empty())
+        from = std::max(from, m_removals.back().to);
+    m_removals.push_back({from, to, with});
 }
 
 void Scanner::removeTrack(qsizetype from, qsizetype to, qsizetype numberStart, qsizetype numberEnd)
@@ -380,10 +844,7 @@ void Scanner::removeTrack(qsizetype from, qsizetype to, qsizetype numberStart, q
         if (++digits <= visibleTail)
             tail.prepend(QChar(at(i)));
     }
-    if (!m_removals.empty())
-        from = std::max(from, m_removals.back().to);
-    m_removals.push_back(
-        {from, to, u"<track "_s + QString(digits - visibleTail, u'*') + tail + u'>'});
+    remove(from, to, u"<track "_s + QString(digits - visibleTail, u'*') + tail + u'>');
 }
 
 // The text ends in a run of digits that may have gone on: its last digits, as many as a card
@@ -413,15 +874,15 @@ bool CardMask::passesLuhn(const char *digits, qsizetype count)
     return sum % 10 == 0;
 }
 
-QString CardMask::text(QString text, Ending ending)
+QString CardMask::text(QString text, Ending ending, Reading reading)
 {
-    Scanner(text, 0, ending).run();
+    Scanner(text, 0, ending, reading).run();
     return text;
 }
 
-void CardMask::maskTail(QString &text, qsizetype from, Ending ending)
+void CardMask::maskTail(QString &text, qsizetype from, Ending ending, Reading reading)
 {
-    Scanner(text, from, ending).run();
+    Scanner(text, from, ending, reading).run();
 }
 
 QString CardMask::pan(QString pan, Ending ending)

@@ -14,7 +14,7 @@ struct Field
 };
 
 // Every field and option that the plug-in reads or writes. The answer's fields other than the
-// card number are the client's own text, whatever they are meant to hold.
+// card number are the client's own text for people, whatever they are meant to hold.
 constexpr Field fields[] = {
     {Where::Answer, u"PAN", ValueKind::Pan},
     {Where::Answer, u"Status", ValueKind::ClientText},
@@ -42,7 +42,7 @@ ValueKind find(Where where, Name name)
         if (field.where == where &&
             std::equal(field.name.begin(), field.name.end(), name.begin(), name.end()))
             return field.kind;
-    return ValueKind::ClientText;
+    return ValueKind::Unknown;
 }
 
 } // namespace

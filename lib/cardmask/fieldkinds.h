@@ -7,7 +7,10 @@ enum class ValueKind {
     Host,       // the host's own values: amounts, merchant ids, settings, the directory, counts;
                 // they never hold card data and are shown as they are
     Pan,        // the answer's card number: first six and last four digits (CardMask::pan)
-    ClientText, // anything else the client wrote: the card and track rule (CardMask::text)
+    ClientText, // what the client writes for people (its message, its slips): the card and
+                // track rule, readable (CardMask::Reading::Readable)
+    Unknown,    // a member or option the table does not know: nothing says what it holds, so
+                // the strict reading (CardMask::Reading::Strict)
     CustomerQr, // the customer's QR code, card data whole: only its length
 };
 
@@ -16,11 +19,11 @@ enum class ValueKind {
 class FieldKinds
 {
 public:
-    // A member of the client's JSON answer, by its key; a key the table does not know is the
-    // client's text.
+    // A member of the client's JSON answer, by its key; a key the table does not know is
+    // Unknown.
     static ValueKind ofAnswerField(std::u16string_view key);
     // An option of the client's command line ("-a" ... "-t"), by its name; an option the table
-    // does not know is treated as the client's text.
+    // does not know is Unknown.
     static ValueKind ofOption(std::u16string_view option);
     static ValueKind ofOption(std::string_view option);
     // Whether a text is a scanned customer QR code: the Base64 of an EMV consumer-presented

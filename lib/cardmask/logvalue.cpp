@@ -14,9 +14,11 @@ LogValue::LogValue(Form form, ValueKind kind, QString value, QMap<QString, QVari
     , m_arguments(std::move(arguments))
 {}
 
-LogValue LogValue::clientOutput(QString output)
+LogValue LogValue::clientOutput(QString output, CardMask::Ending ending)
 {
-    return {Form::Output, ValueKind::ClientText, std::move(output)};
+    LogValue value(Form::Output, ValueKind::Unknown, std::move(output));
+    value.m_ending = ending;
+    return value;
 }
 
 LogValue LogValue::arguments(int operationCode, QMap<QString, QVariant> arguments)
@@ -24,12 +26,12 @@ LogValue LogValue::arguments(int operationCode, QMap<QString, QVariant> argument
     return {Form::Arguments, ValueKind::Host, QString::number(operationCode), std::move(arguments)};
 }
 
-void LogValue::appendTo(QString &line) const
+void LogValue::appendTo(QString &line, const CustomerCodeForms &code) const
 {
-    const auto value = [&line](ValueKind kind, QStringView text) {
+    const auto value = [&line, &code](ValueKind kind, QStringView text) {
         const qsizetype from = line.size();
         line.append(text);
-        OutputMask::maskTail(kind, line, from);
+        OutputMask::maskTail(kind, line, from, CardMask::Ending::Whole, code);
         Escape::escapeTail(line, from);
     };
     switch (m_form) {
@@ -37,8 +39,7 @@ void LogValue::appendTo(QString &line) const
         value(m_kind, m_value);
         return;
     case Form::Output:
-        // The host's runner may have cut it at its size limit, and nothing tells.
-        OutputMask::appendMasked(line, m_value, CardMask::Ending::MayBeCut);
+        OutputMask::appendMasked(line, m_value, m_ending, code);
         return;
     case Form::Arguments:
         break;
@@ -54,7 +55,8 @@ void LogValue::appendTo(QString &line) const
     }
 }
 
-QString LogValue::format(QStringView pattern, std::initializer_list<LogValue> values)
+QString LogValue::format(QStringView pattern, std::initializer_list<LogValue> values,
+                         const CustomerCodeForms &code)
 {
     QString line;
     line.reserve(pattern.size());
@@ -65,7 +67,7 @@ QString LogValue::format(QStringView pattern, std::initializer_list<LogValue> va
             qsizetype(digit - u'1') >= qsizetype(values.size()))
             continue;
         line.append(pattern.sliced(from, i - from));
-        (values.begin() + (digit - u'1'))->appendTo(line);
+        (values.begin() + (digit - u'1'))->appendTo(line, code);
         from = i + 2;
         ++i;
     }

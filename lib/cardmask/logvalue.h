@@ -1,5 +1,7 @@
 #pragma once
 
+#include "cardmask.h"
+#include "customercodeforms.h"
 #include "fieldkinds.h"
 
 #include <QMap>
@@ -19,17 +21,20 @@ public:
     LogValue(ValueKind kind, QString value);
     static LogValue host(QString value) { return {ValueKind::Host, std::move(value)}; }
     static LogValue host(qint64 value) { return {ValueKind::Host, QString::number(value)}; }
-    // The client's whole standard output (OutputMask), as it may have been cut.
-    static LogValue clientOutput(QString output);
+    // The client's whole standard output (OutputMask); ending tells whether the host's runner
+    // may have cut it at its size limit.
+    static LogValue clientOutput(QString output, CardMask::Ending ending);
     // A command line of the client: the operation code and each option, its value shown by
     // the option's kind (the customer's QR code by its length, found by its option).
     static LogValue arguments(int operationCode, QMap<QString, QVariant> arguments);
 
-    // The value as the line shows it, written at the end of the line.
-    void appendTo(QString &line) const;
+    // The value as the line shows it, written at the end of the line; the customer's code, when
+    // one was sent, found by its value too.
+    void appendTo(QString &line, const CustomerCodeForms &code = {}) const;
 
     // The pattern, a text of ours, with %1 to %9 replaced by the values as logged.
-    static QString format(QStringView pattern, std::initializer_list<LogValue> values);
+    static QString format(QStringView pattern, std::initializer_list<LogValue> values,
+                          const CustomerCodeForms &code = {});
 
 private:
     enum class Form { Value, Output, Arguments };
@@ -37,6 +42,7 @@ private:
 
     Form m_form;
     ValueKind m_kind;
+    CardMask::Ending m_ending = CardMask::Ending::Whole;
     QString m_value;
     QMap<QString, QVariant> m_arguments;
 };

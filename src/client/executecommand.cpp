@@ -42,6 +42,7 @@ QByteArray InpasPaymentProcessing::executeCommand(int operationCode, const Argum
                                                   std::chrono::seconds timeout)
 {
     const QStringList argumentList = commandLine(operationCode, arguments);
+    const MaskingLogger::CustomerCodeScope known(logger, arguments.value(u"-d"_s).toString());
     ProgressIndicator *progress = hostInstance<Session>().progress();
     // Declared before the runner, so that it outlives the runner, whose timer counts with it.
     int counter = 1;
@@ -73,6 +74,11 @@ QByteArray InpasPaymentProcessing::executeCommand(int operationCode, const Argum
     if (!logger.isDebugEnabled())
         return runner.standardOutput().toUtf8();
     const QString output = runner.standardOutput();
-    logger.debug(u"Ответ процессинга: %1", {LogValue::clientOutput(output)});
+    // The runner keeps at most maxOutputSize bytes, and says so only in its own warning: an
+    // output that could be that long may have been cut.
+    const CardMask::Ending ending = output.size() * 3 >= ExternalProcessThread::maxOutputSize
+                                        ? CardMask::Ending::MayBeCut
+                                        : CardMask::Ending::Whole;
+    logger.debug(u"Ответ процессинга: %1", {LogValue::clientOutput(output, ending)});
     return output.toUtf8();
 }

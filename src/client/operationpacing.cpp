@@ -2,11 +2,14 @@
 
 #include <basicexception.h>
 
+using namespace Qt::Literals::StringLiterals;
+
 PaymentProcessingAnswer InpasPaymentProcessing::waitAndExecuteOperation(int operationCode,
                                                                         const Arguments &arguments,
                                                                         bool *retry)
 {
     waitBeforeNextOperation(settings.intervalBetweenOperations);
+    const MaskingLogger::CustomerCodeScope known(logger, arguments.value(u"-d"_s).toString());
 
     PaymentProcessingAnswer answer;
     try {

@@ -28,6 +28,23 @@ public:
     void info(QStringView pattern, std::initializer_list<LogValue> values = {}) const;
     void warn(QStringView pattern, std::initializer_list<LogValue> values = {}) const;
 
+    // While one lives, the customer's code sent as "-d" is found by its value in every line
+    // (CustomerCodeForms): for the run of a client that was sent one and the reading of its
+    // answer. Scopes nest; the outer one's code comes back when the inner one ends.
+    class CustomerCodeScope
+    {
+    public:
+        CustomerCodeScope(MaskingLogger &logger, const QString &sent);
+        ~CustomerCodeScope();
+        CustomerCodeScope(const CustomerCodeScope &) = delete;
+        CustomerCodeScope &operator=(const CustomerCodeScope &) = delete;
+
+    private:
+        MaskingLogger &m_logger;
+        CustomerCodeForms m_outer;
+    };
+
 private:
     Log4Qt::Logger *m_logger;
+    CustomerCodeForms m_code;
 };

@@ -1,5 +1,7 @@
 #include "journal.h"
 
+#include <cardmask.h>
+
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -75,7 +77,7 @@ bool Journal::save(const QString &path, QString &error) const
                                      {u"authorizationCode"_s, e.authorizationCode},
                                      {u"referenceNumber"_s, e.referenceNumber},
                                      {u"cardType"_s, e.cardType},
-                                     {u"pan"_s, e.pan},
+                                     {u"pan"_s, CardMask::pan(e.pan)},
                                      {u"time"_s, e.time.toString(Qt::ISODate)},
                                      {u"settled"_s, e.settled},
                                      {u"refersTo"_s, e.refersTo}});
@@ -89,7 +91,7 @@ bool Journal::save(const QString &path, QString &error) const
     }
     const QJsonObject root{{u"sequence"_s, m_sequence},
                            {u"period"_s, period},
-                           {u"lastSlip"_s, lastSlip},
+                           {u"lastSlip"_s, CardMask::text(lastSlip)},
                            {u"entries"_s, entryList},
                            {u"pending"_s, pendingObject}};
     // Unbuffered, so that a failed write is seen before the commit: Qt 6.4 commits a buffered

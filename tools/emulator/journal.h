@@ -32,7 +32,8 @@ struct PendingSbp
 
 // The emulator's memory between runs: the approved operations, the open SBP operations and
 // the last slip. Kept as JSON in the working directory and replaced whole on every change, so
-// that a run killed half-way leaves the previous state intact.
+// that a run killed half-way leaves the previous state intact. A file of ours, so what it keeps
+// of card data is what the card rule lets through (CardMask), whatever the journal was given.
 class Journal
 {
 public:

@@ -131,14 +131,16 @@ CommandRunner::Outcome CommandRunner::answerOutcome(PaymentProcessingAnswer answ
     // stays what the plug-in made of it, but a till must not take it for a failure to retry.
     if (const std::optional<ProcessEnd> abnormal = m_watch.abnormalEnd()) {
         outcome.exitCode = unknownOutcome;
-        outcome.hint = unknownOutcomeNote(*abnormal, answer);
+        outcome.hint =
+            unknownOutcomeNote(*abnormal, answer, CustomerCodeForms(invocation.customerQr));
     }
     outcome.answer = std::move(answer);
     return outcome;
 }
 
 QString CommandRunner::unknownOutcomeNote(const ProcessEnd &end,
-                                          const PaymentProcessingAnswer &answer) const
+                                          const PaymentProcessingAnswer &answer,
+                                          const CustomerCodeForms &code) const
 {
     QString how;
     if (end.error == ExternalProcessThread::Timedout)
@@ -156,7 +158,7 @@ QString CommandRunner::unknownOutcomeNote(const ProcessEnd &end,
            u"outcome is unknown: the terminal may have completed it. The plug-in answered: %3. "
            u"Before you repeat the operation, check the terminal's screen or print its last "
            u"slip with: posctl --dir %4 copy"_s.arg(end.processId)
-               .arg(how, Formatter::gist(answer), directory);
+               .arg(how, Formatter::gist(answer, code), directory);
 }
 
 CommandRunner::Outcome CommandRunner::run(AbstractPaymentProcessing &processor,

@@ -43,7 +43,8 @@ public:
 
 private:
     Outcome answerOutcome(PaymentProcessingAnswer answer, const Invocation &invocation) const;
-    QString unknownOutcomeNote(const ProcessEnd &end, const PaymentProcessingAnswer &answer) const;
+    QString unknownOutcomeNote(const ProcessEnd &end, const PaymentProcessingAnswer &answer,
+                               const CustomerCodeForms &code) const;
     PaymentProcessingAnswer call(AbstractPaymentProcessing &processor,
                                  const Invocation &invocation);
 

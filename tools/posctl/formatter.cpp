@@ -239,9 +239,11 @@ QString Formatter::visible(QStringView text)
     return out;
 }
 
-QString Formatter::quoted(const QString &text, qsizetype limit)
+QString Formatter::quoted(const QString &text, qsizetype limit, const CustomerCodeForms &code)
 {
-    const QString shown = CardMask::text(withoutCustomerCodes(text));
+    QString shown = withoutCustomerCodes(text);
+    code.maskTail(shown, 0);
+    shown = CardMask::text(shown);
     QString out;
     for (const QChar c : QStringView(shown).left(limit))
         out += isControl(c) ? escaped(c) : QString(c);
@@ -284,12 +286,12 @@ QString Formatter::withoutCustomerCodes(const QString &text)
     return out + QStringView(text).sliced(from);
 }
 
-QString Formatter::gist(const PaymentProcessingAnswer &answer)
+QString Formatter::gist(const PaymentProcessingAnswer &answer, const CustomerCodeForms &code)
 {
     return u"result %1 (%2), status %3, message %4, reference number %5, authorization code %6"_s
         .arg(QString::number(answer.result), resultName(answer.result),
-             QString::number(answer.status), quoted(answer.message.ru(), 200),
-             quoted(answer.referenceNumber), quoted(answer.authorizationCode));
+             QString::number(answer.status), quoted(answer.message.ru(), 200, code),
+             quoted(answer.referenceNumber, 80, code), quoted(answer.authorizationCode, 80, code));
 }
 
 QString Formatter::money(qint64 amount)

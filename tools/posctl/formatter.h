@@ -2,6 +2,8 @@
 
 #include <abstractpaymentprocessing.h>
 
+#include <customercodeforms.h>
+
 #include <QString>
 
 #include <optional>
@@ -33,14 +35,16 @@ public:
 
     // The answer in one line for stderr: result, status, message, reference number and
     // authorisation code, for when it could not be written out whole.
-    static QString gist(const PaymentProcessingAnswer &answer);
+    // The customer's code the operation sent, when there was one, is found by its value.
+    static QString gist(const PaymentProcessingAnswer &answer, const CustomerCodeForms &code = {});
 
     // The text with control characters other than line breaks and tabs written visibly.
     static QString visible(QStringView text);
     // At most the first limit characters, all control characters written visibly, in quotes:
     // for quoting what a user typed in an error message. A customer's code and a card number
     // hold card data and are never quoted (withoutCustomerCodes, CardMask).
-    static QString quoted(const QString &text, qsizetype limit = 80);
+    static QString quoted(const QString &text, qsizetype limit = 80,
+                          const CustomerCodeForms &code = {});
     // The text with each customer code in it, the value of --customer-qr or a word that looks
     // like one, replaced by its length.
     static QString withoutCustomerCodes(const QString &text);

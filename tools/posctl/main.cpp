@@ -19,6 +19,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
@@ -132,6 +133,8 @@ bool openClosedStandardDescriptors()
 
 int main(int argc, char *argv[])
 {
+    // No core of a process that holds the client's answers, card data and all, in its memory.
+    ::prctl(PR_SET_DUMPABLE, 0);
     const bool outputClosed = openClosedStandardDescriptors();
     // Then at once, so that no signal can end posctl unseen once a client may run, and none can
     // after the answer either: the handlers stay until the process has exited.

@@ -109,7 +109,7 @@ int PosctlHost::runCommand(const Invocation &invocation, bool json, int batchLin
                                      CommandRunner::processingDirectory(*m_processor),
                                      m_globals.interruptAfterMs);
     const CommandRunner::Outcome outcome = m_runner.run(*m_processor, invocation);
-    const QString gist = Formatter::gist(*outcome.answer);
+    const QString gist = Formatter::gist(*outcome.answer, CustomerCodeForms(invocation.customerQr));
     operation.answered(gist, outcome.exitCode);
     holdForTest("POSCTL_HOLD_ANSWER");
     const QString where =

@@ -70,6 +70,24 @@ struct Stream
 
     bool cut() const { return bytes > head.size(); }
 
+    // The head of a stream that was cut ends on a character boundary, so that no letter cut in
+    // two reaches the scribe as bytes that are not UTF-8.
+    void endOnBoundary()
+    {
+        if (!cut())
+            return;
+        size_t end = head.size();
+        size_t back = 0;
+        while (back < 3 && back < end && (uint8_t(head[end - 1 - back]) & 0xc0) == 0x80)
+            ++back;
+        if (back < end) {
+            const uint8_t lead = uint8_t(head[end - 1 - back]);
+            const size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : lead >= 0xc0 ? 2 : 1;
+            if (length > back + 1)
+                head.resize(end - 1 - back);
+        }
+    }
+
     void take(const char *data, size_t size)
     {
         bytes += size;
@@ -107,6 +125,15 @@ std::vector<std::string> shownArguments(int argc, char **argv)
     return shown;
 }
 
+// The customer's code the client was sent, for the scribe to find it by its value.
+std::string customerCodeOf(int argc, char **argv)
+{
+    for (int i = 3; i < argc; i += 2)
+        if (FieldKinds::ofOption(std::string_view(argv[i - 1])) == ValueKind::CustomerQr)
+            return argv[i];
+    return {};
+}
+
 // The directory of a path: where this program was run from, as the host ran it
 // (./zelnorinpas in the processing directory), or where its own file lies.
 std::string directoryOf(const std::string &path)
@@ -140,7 +167,8 @@ bool flushByScribe(const std::vector<int> &descriptors, std::chrono::millisecond
 // a session of its own (so that nothing sent to the host's process group reaches it), which
 // then stays as the service. Returns why no scribe could be started, or an empty text.
 std::string handToScribe(const std::string &directory, std::time_t day, const std::string &run,
-                         const std::string &id, const Stream &out, const Stream &err)
+                         const std::string &id, const Stream &out, const Stream &err,
+                         const std::string &customerCode)
 {
     const std::string program = ownDirectory() + '/' + scribe;
     const int memory = int(::syscall(SYS_memfd_create, "zelnorinpas-scribe", MFD_CLOEXEC));
@@ -148,7 +176,8 @@ std::string handToScribe(const std::string &directory, std::time_t day, const st
         return program + ": " + std::strerror(errno);
     std::string input = std::to_string(int(out.cut())) + ' ' + std::to_string(int(err.cut())) +
                         '\n' + std::to_string(out.head.size()) + '\n' + out.head +
-                        std::to_string(err.head.size()) + '\n' + err.head;
+                        std::to_string(err.head.size()) + '\n' + err.head +
+                        std::to_string(customerCode.size()) + '\n' + customerCode;
     for (size_t done = 0; done < input.size();) {
         const ssize_t n = ::write(memory, input.data() + done, input.size() - done);
         if (n <= 0 && errno != EINTR)
@@ -384,7 +413,10 @@ int main(int argc, char *argv[])
     }
 
     const bool delivered = out.passing && err.passing && ::getppid() == host;
-    const std::string scribeError = handToScribe(directory, day, run, id, out, err);
+    out.endOnBoundary();
+    err.endOnBoundary();
+    const std::string scribeError =
+        handToScribe(directory, day, run, id, out, err, customerCodeOf(argc, argv));
     RecordingLine end(k::end);
     end.add(k::id, id).add(k::time, RecordingLine::isoTime(std::chrono::system_clock::now()));
     end.add(k::durationMs,

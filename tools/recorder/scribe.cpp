@@ -11,7 +11,8 @@
 // DIRECTORY is the processing directory, DAY the run's start time (seconds since the epoch,
 // which names the day's file), RUN the name of the run's own file, ID the run's id. The
 // hand-over is a line with whether each output was cut ("1 0"), then the kept part of the
-// client's standard output and error, each as its length on a line of its own and its bytes.
+// client's standard output and error and the customer's code the client was sent (empty when
+// none), each as its length on a line of its own and its bytes.
 //
 // The line holds, before the outputs themselves, the answer's few members that readers want
 // (its status, reference number, authorisation code and text), so that a reader of a large day

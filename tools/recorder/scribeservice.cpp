@@ -41,13 +41,15 @@ struct Kept
     QString masked; // masked, stand-ins and all
 };
 
-Kept keep(const QByteArray &bytes, bool cut, bool isOutput)
+Kept keep(const QByteArray &bytes, bool cut, bool isOutput, const CustomerCodeForms &code)
 {
     const CardMask::Ending ending = cut ? CardMask::Ending::MayBeCut : CardMask::Ending::Whole;
     bool clean = true;
     const QString text = RecordedText::fromBytes(bytes, &clean);
     Kept kept;
-    kept.masked = isOutput ? OutputMask::masked(text, ending) : CardMask::text(text, ending);
+    // Standard error is text nothing says the kind of: read strictly, its escapes decoded.
+    kept.masked = isOutput ? OutputMask::masked(text, ending, code)
+                           : OutputMask::maskedUnknownText(text, ending, code);
     kept.text = RecordedText::forLine(kept.masked, clean);
     kept.escaped = !clean;
     return kept;
@@ -70,9 +72,10 @@ QByteArray summary(QString masked)
     return QJsonDocument(picked).toJson(QJsonDocument::Compact);
 }
 
-// The parts of a hand-over: whether each output was cut ("1 0"), then each output as its length
-// on a line of its own and its bytes.
-bool split(const QByteArray &handOver, QByteArray &cut, QByteArray &output, QByteArray &error)
+// The parts of a hand-over: whether each output was cut ("1 0"), then each output and the
+// customer's code as its length on a line of its own and its bytes.
+bool split(const QByteArray &handOver, QByteArray &cut, QByteArray &output, QByteArray &error,
+           QByteArray &customerCode)
 {
     qsizetype at = 0;
     const auto line = [&](QByteArray &out) {
@@ -95,7 +98,7 @@ bool split(const QByteArray &handOver, QByteArray &cut, QByteArray &output, QByt
         at += size;
         return true;
     };
-    return line(cut) && sized(output) && sized(error);
+    return line(cut) && sized(output) && sized(error) && sized(customerCode);
 }
 
 QByteArray readAll(int fd)
@@ -203,11 +206,12 @@ ino_t inodeOf(const char *path)
 bool ScribeService::writeOutput(const QString &directory, std::time_t day, const QByteArray &run,
                                 const QByteArray &id, const QByteArray &handOver)
 {
-    QByteArray cut, output, error;
-    if (!split(handOver, cut, output, error))
+    QByteArray cut, output, error, customerCode;
+    if (!split(handOver, cut, output, error, customerCode))
         return false;
-    const Kept out = keep(output, cut.startsWith('1'), true);
-    const Kept err = keep(error, cut.endsWith('1'), false);
+    const CustomerCodeForms code(QString::fromLatin1(customerCode));
+    const Kept out = keep(output, cut.startsWith('1'), true, code);
+    const Kept err = keep(error, cut.endsWith('1'), false, code);
     RecordingLine line(k::output);
     line.add(k::id, id.toStdString());
     if (const QByteArray answer = summary(out.masked); !answer.isEmpty())
