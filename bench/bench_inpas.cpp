@@ -329,10 +329,22 @@ void logMasking()
         ratio(masked / parsed) +
             u" (%1 µs against %2 µs)"_s.arg(masked / 1e3, 0, 'f', 0).arg(parsed / 1e3, 0, 'f', 0),
         u"at most 1.5 x"_s, masked / parsed <= 1.5);
+
+    // The same slips in a member nobody named, read strictly.
+    QString unknown = output;
+    unknown.replace(u"\"ReceiptData\""_s, u"\"Receipt\""_s);
+    const double strict =
+        median([&] { OutputMask::masked(unknown, CardMask::Ending::Whole); }, 200);
+    add(u"masking the same answer with its slips in a member nobody named (strict reading)"_s,
+        u"masking it with the slips where they belong (the rule by kind)"_s,
+        ratio(strict / masked) +
+            u" (%1 µs against %2 µs)"_s.arg(strict / 1e3, 0, 'f', 0).arg(masked / 1e3, 0, 'f', 0),
+        u"at most 1.2 x"_s, strict / masked <= 1.2);
 }
 
 // How often the card rule stars a slip line that holds no card number, on generated lines of
-// the kinds that slips are made of.
+// the kinds that slips are made of, each as a slip prints it. The 13-digit kinds cannot be told
+// from a 13-digit card by the check digit: one in ten passes it, and is starred.
 void falsePositives()
 {
     std::mt19937 random(20261123);
@@ -343,10 +355,17 @@ void falsePositives()
         return text;
     };
     const auto number = [&](uint below) { return uint(random() % below); };
+    const auto nonZero = [&](int count) -> QString {
+        return QChar(char16_t(u'1' + number(9))) + digits(count - 1);
+    };
+    const auto two = [&](uint from, uint below) {
+        return u"%1"_s.arg(from + number(below - from), 2, 10, QChar(u'0'));
+    };
     const auto date = [&]() -> QString {
-        return u"%1.%2.20%3"_s.arg(1 + number(28), 2, 10, QChar(u'0'))
-            .arg(1 + number(12), 2, 10, QChar(u'0'))
-            .arg(20 + number(10));
+        return two(1, 29) + u'.' + two(1, 13) + u".20"_s + two(20, 30);
+    };
+    const auto time = [&]() -> QString {
+        return two(0, 24) + u':' + two(0, 60) + u':' + two(0, 60);
     };
     const auto amount = [&]() -> QString { return u"%1.%2"_s.arg(number(100000)).arg(digits(2)); };
     const auto ean13 = [&]() -> QString {
@@ -356,7 +375,13 @@ void falsePositives()
             sum += code.at(i).digitValue() * (i % 2 ? 3 : 1);
         return code + QChar(char16_t(u'0' + (10 - sum % 10) % 10));
     };
-    const std::pair<QString, std::function<QString()>> kinds[] = {
+    struct Kind
+    {
+        QString what;
+        std::function<QString()> line;
+        bool thirteenDigits = false; // the check digit cannot tell it from a card's
+    };
+    const Kind kinds[] = {
         {u"a date and a 12-digit reference number"_s,
          [&]() -> QString { return date() + u' ' + digits(12); }},
         {u"an amount and a 12-digit reference number"_s,
@@ -364,26 +389,55 @@ void falsePositives()
         {u"an authorisation code and a reference number"_s,
          [&]() -> QString { return digits(6) + u' ' + digits(12); }},
         {u"a date, a time and a terminal id"_s,
-         [&]() -> QString {
-             return date() + u' ' + digits(2) + u':' + digits(2) + u':' + digits(2) + u' ' +
-                    digits(8);
-         }},
+         [&]() -> QString { return date() + u' ' + time() + u' ' + digits(8); }},
         {u"a merchant id of 15 digits with leading zeros"_s,
-         [&]() -> QString { return u"0000000"_s + digits(8); }},
-        {u"an EAN-13 barcode"_s, ean13},
-        {u"a 13-digit reference number"_s, [&]() -> QString { return digits(13); }},
+         [&]() -> QString { return u"МЕРЧАНТ: 0000000"_s + digits(8); }},
+        {u"a merchant id of 15 digits without leading zeros"_s,
+         [&]() -> QString { return u"МЕРЧАНТ: "_s + nonZero(15); }},
+        {u"a fiscal drive number (ФН, 16 digits)"_s,
+         [&]() -> QString { return u"ФН: 92"_s + digits(14); }},
+        {u"a fiscal drive number after №"_s,
+         [&]() -> QString { return u"ФН № 92"_s + digits(14); }},
+        {u"a fiscal document number and its sign (ФД, ФП)"_s,
+         [&]() -> QString { return u"ФД: "_s + digits(6) + u" ФП: "_s + digits(10); }},
+        {u"a till's serial number (ЗН ККТ, 16 digits)"_s,
+         [&]() -> QString { return u"ЗН ККТ: "_s + nonZero(16); }},
+        {u"a till's registration number (РН ККТ, 16 digits)"_s,
+         [&]() -> QString { return u"РН ККТ: "_s + digits(16); }},
+        {u"a taxpayer number (ИНН, 12 digits)"_s,
+         [&]() -> QString { return u"ИНН: "_s + digits(12); }},
+        {u"a time stamp YYYYMMDDhhmmss"_s,
+         [&]() -> QString {
+             return u"20"_s + two(20, 30) + two(1, 13) + two(1, 29) + two(0, 24) + two(0, 60) +
+                    two(0, 60);
+         }},
+        {u"an operation id of 20 digits"_s, [&]() -> QString { return u"ID "_s + nonZero(20); }},
+        {u"an EAN-13 barcode"_s, ean13, true},
+        {u"a 13-digit reference number"_s, [&]() -> QString { return digits(13); }, true},
     };
     constexpr int lines = 100000;
-    for (const auto &[what, line] : kinds) {
+    for (const Kind &kind : kinds) {
         int starred = 0;
         for (int i = 0; i < lines; ++i) {
-            const QString text = line();
+            const QString text = kind.line();
             starred += CardMask::text(text) != text;
         }
         const double rate = 100.0 * starred / lines;
-        add(u"false positives: %1"_s.arg(what), u"%1 generated lines"_s.arg(lines),
-            u"%1 %"_s.arg(rate, 0, 'f', 2), u"-"_s, true);
+        add(u"false positives: %1"_s.arg(kind.what), u"%1 generated lines"_s.arg(lines),
+            u"%1 %"_s.arg(rate, 0, 'f', 2),
+            kind.thirteenDigits ? u"- (the check digit cannot tell)"_s : u"at most 1 %"_s,
+            kind.thirteenDigits || rate <= 1.0);
     }
+    // The strict reading keeps dates and times and short numbers as they are.
+    int starred = 0;
+    for (int i = 0; i < lines; ++i) {
+        const QString text = date() + u' ' + time() + u" amount "_s + amount() + u" rc "_s +
+                             digits(2) + u" auth "_s + digits(6);
+        starred += CardMask::text(text, CardMask::Ending::Whole, CardMask::Reading::Strict) != text;
+    }
+    add(u"false positives of the strict reading: dates, times, amounts and codes"_s,
+        u"%1 generated lines"_s.arg(lines), u"%1 %"_s.arg(100.0 * starred / lines, 0, 'f', 2),
+        u"0 %"_s, starred == 0);
 }
 
 // When each client starts, as the host's process runner sees it.
@@ -538,7 +592,7 @@ void peakMemory(const QString &self)
                                      .arg(plain, 0, 'f', 2)
                                      .arg(verbosePeak / (1024 * 1024), 0, 'f', 0)
                                      .arg(plainPeak / (1024 * 1024), 0, 'f', 0),
-        u"at most 2 x the time"_s, verbose / plain <= 2.0);
+        u"at most 1.5 x the time"_s, verbose / plain <= 1.5);
 }
 
 // A processing directory under base with a client, and the same with the recorder in front.

@@ -249,6 +249,11 @@ void tst_Emulator::journalProblems_data()
     QTest::newRow("12-digit reference wraps")
         << QByteArray(R"({"sequence":999999999999,"period":1,"entries":[]})") << false
         << u"ОДОБРЕНО"_s << u"000000000001"_s;
+    QTest::newRow("whole card numbers of an older journal")
+        << QByteArray(R"({"sequence":5,"period":1,"lastSlip":"КАРТА 4276 1234 5678 1235",)"
+                      R"("entries":[{"operation":"sale","amount":100,"pan":"4276123456781235",)"
+                      R"("referenceNumber":"000000000005","time":"2026-11-24T10:00:00"}]})")
+        << false << u"ОДОБРЕНО"_s << u"000000000006"_s;
 }
 
 // A journal that cannot be read or saved refuses the operation and stays as it was; the
@@ -283,6 +288,12 @@ void tst_Emulator::journalProblems()
         QCOMPARE(run.exitCode, 1);
         QVERIFY(file.open(QIODevice::ReadOnly));
         QCOMPARE(file.readAll(), journal);
+    } else if (journal != "dir") {
+        // What the emulator saves is masked, whatever it read.
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray saved = file.readAll();
+        QVERIFY2(!QRegularExpression(u"4276\\D?1234"_s).match(QString::fromUtf8(saved)).hasMatch(),
+                 saved.constData());
     }
 }
 

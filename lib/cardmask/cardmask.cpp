@@ -44,14 +44,28 @@ bool isLetter(char16_t c)
     return QChar::isLetter(c);
 }
 
-// Whether any of the four UTF-16 code units in a word is an ASCII digit: the classic test
-// for a value between two bounds in every lane at once, here 0x2F < unit < 0x3A.
-bool hasDigit(quint64 units)
+// Whether any of the four UTF-16 code units in a word is between two bounds (below < unit <
+// above): the classic test in every lane at once.
+template<quint64 below, quint64 above>
+bool hasBetween(quint64 units)
 {
     constexpr quint64 lanes = 0x0001000100010001;
     constexpr quint64 low = lanes * 0x7FFF;
-    return ((lanes * (0x7FFF + 0x3A) - (units & low)) & ~units &
-            ((units & low) + lanes * (0x7FFF - 0x2F)) & (lanes * 0x8000)) != 0;
+    return ((lanes * (0x7FFF + above) - (units & low)) & ~units &
+            ((units & low) + lanes * (0x7FFF - below)) & (lanes * 0x8000)) != 0;
+}
+
+// An ASCII digit.
+bool hasDigit(quint64 units)
+{
+    return hasBetween<0x2F, 0x3A>(units);
+}
+
+// What the strict reading looks at: ASCII digits and letters, and "/" ("+" is found from the
+// letters beside it).
+bool hasEncodable(quint64 units)
+{
+    return hasBetween<0x2E, 0x3A>(units) || hasBetween<0x40, 0x7B>(units);
 }
 
 constexpr std::array<bool, 128> asciiSeparators = [] {
@@ -64,14 +78,15 @@ constexpr std::array<bool, 128> asciiSeparators = [] {
     return table;
 }();
 
-// Blanks (any Unicode space), control and format characters, punctuation and the signs of
-// arithmetic (a minus sign, a vertical bar): what may stand between the groups of a card number.
+// Blanks (any Unicode space), control and format characters, punctuation, the signs of
+// arithmetic (a minus sign, a vertical bar) and "№": what may stand between the groups of a card
+// number, or between a label and its value.
 bool isSeparator(char16_t c)
 {
     if (c < 128)
         return asciiSeparators[c];
     const QChar ch(c);
-    if (ch.isSpace() || ch.isPunct() || c == 0xfffd)
+    if (ch.isSpace() || ch.isPunct() || c == 0xfffd || c == u'№')
         return true;
     // A surrogate stands in for a byte that was not UTF-8 (RecordedText), a no-break space of
     // cp1251 or cp866 perhaps; the replacement character for one the plug-in could not read.
@@ -92,7 +107,7 @@ bool isBlank(char16_t c)
 
 bool isHex(char16_t c)
 {
-    return Escape::hexDigit(c) >= 0;
+    return (c >= u'0' && c <= u'9') || ((c | 0x20) >= u'a' && (c | 0x20) <= u'f');
 }
 
 bool isBase64(char16_t c)
@@ -131,6 +146,32 @@ constexpr LabelRow labels[] = {
     {u"РН", Label::Fiscal},
 };
 
+bool isLastOfALabel(char16_t upper)
+{
+    for (const LabelRow &row : labels)
+        if (row.text.back() == upper)
+            return true;
+    return false;
+}
+
+// Whether a label can end with this character: most words cannot, and are passed over at once.
+bool endsLabel(char16_t c)
+{
+    static constexpr std::array<bool, 128> ascii = [] {
+        std::array<bool, 128> table{};
+        for (const LabelRow &row : labels) {
+            const char16_t last = row.text.back();
+            if (last < 128) {
+                table[last] = true;
+                if (last >= u'A' && last <= u'Z')
+                    table[last + 0x20] = true;
+            }
+        }
+        return table;
+    }();
+    return c < 128 ? ascii[c] : isLastOfALabel(QChar::toUpper(c));
+}
+
 // A date and time written as YYYYMMDDhhmmss: the shape of a slip's time stamp, never a card's.
 bool isTimestamp(const char *digits, qsizetype count)
 {
@@ -149,9 +190,8 @@ bool isTimestamp(const char *digits, qsizetype count)
 
 // The shapes a date and time are written in, field by field, longest first: D day, M month,
 // Y year of four digits, y of two, h hour, m minute, s second, f milliseconds.
-constexpr std::string_view dateTimeShapes[] = {"YMDhmsf", "DMYhmsf", "YMDhms", "DMYhms",
-                                               "hmsDMY",  "DMyhms",  "hmsDMy", "YMDhm",
-                                               "DMYhm",   "hmDMY"};
+constexpr std::string_view dateTimeShapes[] = {"YMDhmsf", "DMYhmsf", "YMDhms", "DMYhms", "hmsDMY",
+                                               "DMyhms",  "hmsDMy",  "YMDhm",  "DMYhm",  "hmDMY"};
 
 // A group of digits as a field of a date or time reads it.
 struct Field
@@ -171,14 +211,28 @@ int dateTimeAt(const Field *fields, qsizetype count)
             const int v = fields[k].value;
             const qsizetype n = fields[k].length;
             switch (shape[k]) {
-            case 'D': fits = n == 2 && v >= 1 && v <= 31; break;
-            case 'M': fits = n == 2 && v >= 1 && v <= 12; break;
-            case 'Y': fits = n == 4 && v >= 1900 && v <= 2099; break;
-            case 'y': fits = n == 2; break;
-            case 'h': fits = n == 2 && v <= 23; break;
+            case 'D':
+                fits = n == 2 && v >= 1 && v <= 31;
+                break;
+            case 'M':
+                fits = n == 2 && v >= 1 && v <= 12;
+                break;
+            case 'Y':
+                fits = n == 4 && v >= 1900 && v <= 2099;
+                break;
+            case 'y':
+                fits = n == 2;
+                break;
+            case 'h':
+                fits = n == 2 && v <= 23;
+                break;
             case 'm':
-            case 's': fits = n == 2 && v <= 59; break;
-            default: fits = n == 3; break;
+            case 's':
+                fits = n == 2 && v <= 59;
+                break;
+            default:
+                fits = n == 3;
+                break;
             }
         }
         if (fits)
@@ -250,7 +304,7 @@ private:
     const qsizetype m_size;
     const CardMask::Ending m_ending;
     const bool m_strict;
-    const int m_depth; // how deep inside encoded data the text is
+    const int m_depth;        // how deep inside encoded data the text is
     qsizetype m_examined = 0; // encoded runs before this were looked at already
     std::vector<Removal> m_removals;
     struct Span
@@ -274,7 +328,10 @@ void Scanner::star(qsizetype i)
 // Whether an EMV tag 5<second> (57 or 5A) is written at i, in either case.
 bool Scanner::isTag(qsizetype i, char16_t second) const
 {
-    return i >= m_from && i + 1 < m_size && at(i) == u'5' && QChar::toUpper(at(i + 1)) == second;
+    if (i < m_from || i + 1 >= m_size || at(i) != u'5')
+        return false;
+    const char16_t c = at(i + 1);
+    return (c >= u'a' && c <= u'f' ? char16_t(c - 0x20) : c) == second;
 }
 
 // The label a value at pos follows, a few separators away: "CVV2: 123", "ФН 9282...".
@@ -284,8 +341,8 @@ Label Scanner::labelBefore(qsizetype pos) const
     for (int k = 0; k < 4 && end > m_from && isSeparator(at(end - 1)) && !isLineBreak(at(end - 1));
          ++k)
         --end;
-    if (end == pos || end == m_from || !(isLetter(at(end - 1)) || isDigit(at(end - 1))))
-        return Label::None; // glued to a word, or no word there (a label may end in a digit)
+    if (end == pos || end == m_from || !endsLabel(at(end - 1)))
+        return Label::None; // glued to a word, or no word that a label ends with there
     for (const LabelRow &row : labels) {
         const qsizetype size = qsizetype(row.text.size());
         const qsizetype wordStart = end - size;
@@ -355,18 +412,23 @@ qsizetype Scanner::encodedRun(qsizetype digit)
         return (from == m_from || !(isLetter(at(from - 1)) || isDigit(at(from - 1)))) &&
                (to == m_size || !(isLetter(at(to)) || isDigit(at(to))));
     };
-    QByteArray hex;
+    qsizetype nibbles = 0;
     bool letters = false;
     for (qsizetype i = start; i < end; ++i) {
         if (isHex(at(i))) {
-            hex += char(at(i));
+            ++nibbles;
             letters |= !isDigit(at(i));
         }
     }
     QByteArray data;
     qsizetype from = start, to = end;
     QString kind = u"hex"_s;
-    if (letters && hex.size() >= shortestHex && hex.size() % 2 == 0 && alone(start, end)) {
+    if (letters && nibbles >= shortestHex && nibbles % 2 == 0 && alone(start, end)) {
+        QByteArray hex;
+        hex.reserve(nibbles);
+        for (qsizetype i = start; i < end; ++i)
+            if (isHex(at(i)))
+                hex += char(at(i));
         data = QByteArray::fromHex(hex);
     } else {
         from = digit;
@@ -377,14 +439,15 @@ qsizetype Scanner::encodedRun(qsizetype digit)
             ++to;
         for (int padding = 0; padding < 2 && to < m_size && at(to) == u'='; ++padding)
             ++to;
+        m_examined = std::max(end, to);
+        if (to - from < shortestBase64 || (to - from) % 4 != 0 || !alone(from, to))
+            return -1;
         bool upper = false, lower = false;
         for (qsizetype i = from; i < to; ++i) {
             upper |= at(i) >= u'A' && at(i) <= u'Z';
             lower |= at(i) >= u'a' && at(i) <= u'z';
         }
-        m_examined = std::max(end, to);
-        if (to - from < shortestBase64 || !upper || !lower || (to - from) % 4 != 0 ||
-            !alone(from, to))
+        if (!upper || !lower)
             return -1;
         data = QByteArray::fromBase64(QStringView(m_read + from, to - from).toLatin1(),
                                       QByteArray::AbortOnBase64DecodingErrors);
@@ -394,9 +457,8 @@ qsizetype Scanner::encodedRun(qsizetype digit)
     }
     QList<TlvView::Element> elements;
     // One element of a tag that says nothing may be any data that reads as BER-TLV by chance.
-    if (TlvView::read(data, elements) &&
-        (elements.size() > 1 || elements.front().constructed ||
-         TlvView::carriesCardData(elements.front().tag))) {
+    if (TlvView::read(data, elements) && (elements.size() > 1 || elements.front().constructed ||
+                                          TlvView::carriesCardData(elements.front().tag))) {
         QString shown = u'<' + kind + u" tlv"_s;
         for (const TlvView::Element &element : std::as_const(elements)) {
             if (element.constructed)
@@ -440,9 +502,9 @@ void Scanner::run()
     while (i < m_size) {
         // Text without digits, the most of it, is passed over four characters at a time; the
         // strict reading looks at letters too, for encoded data that holds no digit.
-        for (quint64 units; !m_strict && i + 4 <= m_size; i += 4) {
+        for (quint64 units; i + 4 <= m_size; i += 4) {
             std::memcpy(&units, m_read + i, sizeof units);
-            if (hasDigit(units))
+            if (m_strict ? hasEncodable(units) : hasDigit(units))
                 break;
         }
         if (i >= m_size)
@@ -600,6 +662,11 @@ bool Scanner::isTimestampAt(qsizetype start) const
 void Scanner::maskStrict()
 {
     const qsizetype count = qsizetype(m_run.size());
+    qsizetype total = 0;
+    for (const Span &group : m_run)
+        total += group.length;
+    if (total < strictDigits)
+        return; // most runs: an amount, a date, a code
     m_fields.resize(m_run.size());
     for (qsizetype g = 0; g < count; ++g) {
         int value = 0;

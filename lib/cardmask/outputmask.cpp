@@ -424,6 +424,14 @@ void OutputMask::maskTail(ValueKind kind, QString &text, qsizetype from, CardMas
 void OutputMask::appendMasked(QString &out, QStringView output, CardMask::Ending ending,
                               const CustomerCodeForms &code)
 {
+    // The code's forms in the output as it stands first, wherever they are: where the output
+    // stops parsing, the value it stopped in is not cut in two.
+    QString found;
+    if (!code.isEmpty()) {
+        found = output.toString();
+        code.maskTail(found, 0);
+        output = found;
+    }
     Writer writer(out, output, ending, code, 0);
     if (writer.value(ValueKind::Unknown)) {
         writer.skipBlanks();
