@@ -575,8 +575,15 @@ qsizetype Scanner::scanRun(qsizetype start)
         while (pos < m_size && isDigit(at(pos)))
             ++pos;
         const qsizetype groupEnd = pos;
-        if (const qsizetype resume = inForm(groupStart, groupEnd); resume >= 0)
+        if (const qsizetype resume = inForm(groupStart, groupEnd); resume >= 0) {
+            // What the form leaves of the run (digits before its number) is still read
+            // strictly.
+            if (m_strict) {
+                m_run.push_back({groupStart, groupEnd - groupStart});
+                maskStrict();
+            }
             return resume;
+        }
         const qsizetype length = groupEnd - groupStart;
         if (m_strict)
             m_run.push_back({groupStart, length});
@@ -809,8 +816,20 @@ qsizetype Scanner::panTag(qsizetype start, qsizetype end)
     if (digits < shortestTrackNumber || padding > 1 ||
         (padding == 1 && QChar::toUpper(at(valueEnd - 1)) != u'F'))
         return -1;
+    // The tag's length and what follows the value may make the group a card number of its
+    // own ("5A08" "4111...1111" "6F..."): that reading is masked too. Read before starring.
+    const qsizetype length = end - start;
+    bool groupIsCard = false;
+    if (length >= shortestCard && length <= longestCard) {
+        char group[longestCard];
+        for (qsizetype k = 0; k < length; ++k)
+            group[k] = char(at(start + k) - u'0');
+        groupIsCard = isCard(group, length, start);
+    }
     for (qsizetype k = 0; k < digits - visibleTail; ++k)
         star(valueStart + k);
+    for (qsizetype k = 0; groupIsCard && k < length - visibleTail; ++k)
+        star(start + k);
     return valueEnd;
 }
 
