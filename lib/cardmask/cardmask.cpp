@@ -423,7 +423,9 @@ qsizetype Scanner::encodedRun(qsizetype digit)
     QByteArray data;
     qsizetype from = start, to = end;
     QString kind = u"hex"_s;
-    if (letters && nibbles >= shortestHex && nibbles % 2 == 0 && alone(start, end)) {
+    // The run read as hex holds the character it was asked about, so that scanning goes on.
+    if (isHex(at(digit)) && letters && nibbles >= shortestHex && nibbles % 2 == 0 &&
+        alone(start, end)) {
         QByteArray hex;
         hex.reserve(nibbles);
         for (qsizetype i = start; i < end; ++i)
@@ -511,7 +513,8 @@ void Scanner::run()
             break;
         if (!isDigit(at(i))) {
             if (m_strict && i >= m_examined && isBase64(at(i))) {
-                if (const qsizetype resume = encodedRun(i); resume >= 0) {
+                // Always forward: a run that ended before i must not hold the scan in place.
+                if (const qsizetype resume = encodedRun(i); resume > i) {
                     i = resume;
                     continue;
                 }
