@@ -497,6 +497,9 @@ void tst_Posctl::batchStopsAtBadLine_data()
     QTest::addColumn<QByteArray>("line");
     QTest::addColumn<QString>("error");
     QTest::newRow("missing amount") << QByteArray("sale") << u"batch line 2 \"sale\": sale needs"_s;
+    QTest::newRow("option the command does not take")
+        << QByteArray("balance --rrn 5")
+        << u"batch line 2 \"balance --rrn 5\": balance takes no option --rrn"_s;
     QTest::newRow("set-dir without a directory")
         << QByteArray("set-dir") << u"batch line 2 \"set-dir\": set-dir needs a directory"_s;
     QTest::newRow("binary bytes") << QByteArray("sale \x01\x02\x00z", 9)
@@ -569,6 +572,12 @@ void tst_Posctl::errors_data()
     row("unknown option", words("sale 5 --tip"), "unknown option");
     row("bad time", words("sbp-pay 5 --form-time today"), "--form-time");
     row("batch-only command", words("new-processor"), "unknown command");
+    row("request option on a service command", words("balance --customer-qr abc --type 7"),
+        "balance takes no option --customer-qr");
+    row("option of another command", words("options --day 2026-01-01 --rrn X --form-seq 3"),
+        "options takes no option --day");
+    row("merchant on a command without it", words("copy --merchant 1"),
+        "copy takes no option --merchant");
     row("amount below 0 without --", words("sale -500"),
         "goes after --, as in: posctl sale -- -500");
     row("amount beyond 64 bits", words("sale 99999999999999999999"), "does not fit in 64 bits");

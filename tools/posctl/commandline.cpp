@@ -1,25 +1,11 @@
 #include "commandline.h"
 
+#include "commandtable.h"
 #include "formatter.h"
-
-#include <QHash>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-
-const QHash<QString, int> &commands()
-{
-    // command -> number of positional arguments
-    static const QHash<QString, int> table{
-        {u"sale"_s, 1},    {u"refund"_s, 1},       {u"cancel"_s, 1},        {u"reconcile"_s, 0},
-        {u"report"_s, 0},  {u"short-report"_s, 0}, {u"copy"_s, 0},          {u"balance"_s, 0},
-        {u"sbp-pay"_s, 1}, {u"sbp-refund"_s, 1},   {u"scan-params"_s, 0},   {u"options"_s, 0},
-        {u"batch"_s, 0},   {u"set-dir"_s, 1},      {u"new-processor"_s, 0}, {u"check"_s, 0},
-        {u"help"_s, 0},    {u"recorder"_s, 1},     {u"recordings"_s, 0},
-    };
-    return table;
-}
 
 bool toInt(const QString &text, int &value)
 {
@@ -85,31 +71,14 @@ std::optional<QStringList> CommandLine::splitWords(const QString &line)
     return words;
 }
 
-bool CommandLine::isKnownCommand(const QString &command, Scope scope)
-{
-    if (!commands().contains(command))
-        return false;
-    const bool batchOnly = command == "set-dir"_L1 || command == "new-processor"_L1;
-    if (scope == TopLevel)
-        return !batchOnly;
-    return command != "batch"_L1 && command != "help"_L1 && command != "check"_L1 &&
-           command != "recorder"_L1 && command != "recordings"_L1;
-}
-
-bool CommandLine::takesAmount(const QString &command)
-{
-    return positionalCount(command) == 1 && command != "set-dir"_L1 && command != "recorder"_L1;
-}
-
-int CommandLine::positionalCount(const QString &command)
-{
-    return commands().value(command, 0);
-}
-
 bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &globals,
                         Invocation &invocation, QString &error)
 {
+    using Option = CommandTable::Option;
+    const auto place =
+        scope == TopLevel ? CommandTable::Place::CommandLine : CommandTable::Place::Batch;
     bool onlyPositional = false;
+    QList<std::pair<Option, QString>> given; // command options in the order given
     for (qsizetype i = 0; i < words.size(); ++i) {
         const QString &word = words.at(i);
         auto value = [&](QString &out) {
@@ -132,19 +101,23 @@ bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &gl
             return true;
         };
 
-        if (!onlyPositional && looksNegative(word) && takesAmount(invocation.command)) {
+        const bool amountNext =
+            invocation.spec && invocation.spec->argument == CommandTable::Argument::Amount;
+        if (!onlyPositional && looksNegative(word) && amountNext) {
             error = u"an amount below 0 goes after --, as in: posctl %1 -- %2"_s.arg(
                 invocation.command, Formatter::quoted(word).mid(1).chopped(1));
             return false;
         }
         if (onlyPositional || !word.startsWith(u'-') || word == "-"_L1) {
             if (invocation.command.isEmpty()) {
-                if (!isKnownCommand(word, scope)) {
+                const CommandTable::Command *spec = CommandTable::command(word);
+                if (!spec || !spec->places.testFlag(place)) {
                     error =
                         u"unknown command %1 (see posctl --help)"_s.arg(Formatter::quoted(word));
                     return false;
                 }
                 invocation.command = word;
+                invocation.spec = spec;
             } else {
                 invocation.positional.append(word);
             }
@@ -155,69 +128,93 @@ bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &gl
             continue;
         }
 
-        QString text;
-        int n = 0;
-        if (word == "--type"_L1) {
-            if (!number(n))
-                return false;
-            invocation.type = n;
-        } else if (word == "--merchant"_L1) {
-            if (!value(text))
-                return false;
-            invocation.merchant = text;
-        } else if (word == "--rrn"_L1) {
-            if (!value(invocation.rrn))
-                return false;
-        } else if (word == "--auth"_L1) {
-            if (!value(invocation.auth))
-                return false;
-        } else if (word == "--customer-qr"_L1) {
-            if (!value(invocation.customerQr))
-                return false;
-            // The plug-in sends the code as Latin-1; anything else would reach the terminal
-            // as question marks.
-            for (const QChar c : std::as_const(invocation.customerQr)) {
-                if (c.unicode() > 0xff) {
-                    error = u"a customer QR code is Latin-1 text (a scanned code is Base64); "
-                            u"this one has the character %1"_s.arg(QString(c));
+        if (const CommandTable::OptionRow *row = CommandTable::option(word)) {
+            given.append({row->option, word});
+            QString text;
+            switch (row->option) {
+            case Option::Type: {
+                int n = 0;
+                if (!number(n))
+                    return false;
+                invocation.type = n;
+                break;
+            }
+            case Option::Merchant:
+                if (!value(text))
+                    return false;
+                invocation.merchant = text;
+                break;
+            case Option::Rrn:
+                if (!value(invocation.rrn))
+                    return false;
+                break;
+            case Option::Auth:
+                if (!value(invocation.auth))
+                    return false;
+                break;
+            case Option::CustomerQr:
+                if (!value(invocation.customerQr))
+                    return false;
+                // The plug-in sends the code as Latin-1; anything else would reach the terminal
+                // as question marks.
+                for (const QChar c : std::as_const(invocation.customerQr)) {
+                    if (c.unicode() > 0xff) {
+                        error = u"a customer QR code is Latin-1 text (a scanned code is Base64); "
+                                u"this one has the character %1"_s.arg(QString(c));
+                        return false;
+                    }
+                }
+                break;
+            case Option::Currency:
+                if (!number(invocation.currency))
+                    return false;
+                break;
+            case Option::FormText:
+                if (!value(invocation.formText))
+                    return false;
+                break;
+            case Option::FormNumber:
+                if (!number(invocation.formNumber))
+                    return false;
+                break;
+            case Option::FormSequence:
+                if (!number(invocation.formSequence))
+                    return false;
+                break;
+            case Option::FormTime: {
+                if (!value(text))
+                    return false;
+                const QDateTime time = QDateTime::fromString(text, u"yyyy-MM-ddThh:mm:ss"_s);
+                if (!time.isValid()) {
+                    error = u"option --form-time needs a time as yyyy-MM-ddThh:mm:ss, not %1"_s.arg(
+                        Formatter::quoted(text));
                     return false;
                 }
+                invocation.formTime = time;
+                break;
             }
-        } else if (word == "--currency"_L1) {
-            if (!number(invocation.currency))
-                return false;
-        } else if (word == "--form-text"_L1) {
-            if (!value(invocation.formText))
-                return false;
-        } else if (word == "--form-number"_L1) {
-            if (!number(invocation.formNumber))
-                return false;
-        } else if (word == "--form-seq"_L1) {
-            if (!number(invocation.formSequence))
-                return false;
-        } else if (word == "--form-time"_L1) {
-            if (!value(text))
-                return false;
-            const QDateTime time = QDateTime::fromString(text, u"yyyy-MM-ddThh:mm:ss"_s);
-            if (!time.isValid()) {
-                error = u"option --form-time needs a time as yyyy-MM-ddThh:mm:ss, not %1"_s.arg(
-                    Formatter::quoted(text));
-                return false;
+            case Option::Day: {
+                if (!value(text))
+                    return false;
+                const QDate day = QDate::fromString(text, Qt::ISODate);
+                if (!day.isValid()) {
+                    error = u"option --day needs a day as yyyy-MM-dd, not %1"_s.arg(
+                        Formatter::quoted(text));
+                    return false;
+                }
+                invocation.day = day;
+                break;
             }
-            invocation.formTime = time;
-        } else if (word == "--day"_L1) {
-            if (!value(text))
-                return false;
-            const QDate day = QDate::fromString(text, Qt::ISODate);
-            if (!day.isValid()) {
-                error = u"option --day needs a day as yyyy-MM-dd, not %1"_s.arg(
-                    Formatter::quoted(text));
-                return false;
+            case Option::Force:
+                invocation.force = true;
+                break;
             }
-            invocation.day = day;
-        } else if (word == "--force"_L1) {
-            invocation.force = true;
-        } else if (scope == TopLevel && word == "--plugin"_L1) {
+            continue;
+        }
+
+        QString text;
+        int n = 0;
+        if (scope == TopLevel && word == "--plugin"_L1) {
             if (!value(globals.pluginPath))
                 return false;
         } else if (scope == TopLevel && word == "--log"_L1) {
@@ -253,32 +250,46 @@ bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &gl
         globals.help = true;
     if (globals.help || globals.version)
         return true;
-    if (invocation.command.isEmpty()) {
+    if (!invocation.spec) {
         error = u"no command given (see posctl --help)"_s;
         return false;
     }
-    const int wanted = positionalCount(invocation.command);
+    const CommandTable::Command &spec = *invocation.spec;
+    for (const auto &[option, name] : std::as_const(given)) {
+        if (!spec.options.testFlag(option)) {
+            error = u"%1 takes no option %2 (see posctl --help)"_s.arg(invocation.command, name);
+            return false;
+        }
+    }
+    const int wanted = spec.argument == CommandTable::Argument::None ? 0 : 1;
     if (invocation.positional.size() != wanted) {
-        if (wanted == 1 && invocation.positional.isEmpty())
-            error = takesAmount(invocation.command)
-                        ? u"%1 needs an amount in minor units (150000 is 1500.00)"_s.arg(
-                              invocation.command)
-                    : invocation.command == "recorder"_L1
-                        ? u"recorder needs on or off"_s
-                        : u"%1 needs a directory"_s.arg(invocation.command);
-        else
+        if (wanted == 1 && invocation.positional.isEmpty()) {
+            switch (spec.argument) {
+            case CommandTable::Argument::Amount:
+                error = u"%1 needs an amount in minor units (150000 is 1500.00)"_s.arg(
+                    invocation.command);
+                break;
+            case CommandTable::Argument::OnOff:
+                error = u"%1 needs on or off"_s.arg(invocation.command);
+                break;
+            default:
+                error = u"%1 needs a directory"_s.arg(invocation.command);
+                break;
+            }
+        } else {
             error = u"too many arguments for %1: %2"_s.arg(
                 invocation.command,
                 Formatter::quoted(invocation.positional.mid(wanted).join(u' ')));
+        }
         return false;
     }
-    if (invocation.command == "recorder"_L1 && invocation.positional.first() != "on"_L1 &&
-        invocation.positional.first() != "off"_L1) {
-        error = u"recorder needs on or off, not %1"_s.arg(
-            Formatter::quoted(invocation.positional.first()));
+    if (spec.argument == CommandTable::Argument::OnOff &&
+        invocation.positional.first() != "on"_L1 && invocation.positional.first() != "off"_L1) {
+        error = u"%1 needs on or off, not %2"_s.arg(
+            invocation.command, Formatter::quoted(invocation.positional.first()));
         return false;
     }
-    if (takesAmount(invocation.command)) {
+    if (spec.argument == CommandTable::Argument::Amount) {
         error = amountError(invocation.positional.first(), invocation.amount);
         return error.isEmpty();
     }

@@ -6,11 +6,14 @@
 
 #include <optional>
 
+#include "commandtable.h"
+
 // One posctl command with its arguments and request options, as typed on the command line or
 // on a line of a batch.
 struct Invocation
 {
     QString command;
+    const CommandTable::Command *spec = nullptr; // the command's row
     QStringList positional;
     qint64 amount = 0; // the positional amount of a payment command, in minor units
 
@@ -50,15 +53,10 @@ public:
     // Returns nullopt for an unterminated quote.
     static std::optional<QStringList> splitWords(const QString &line);
 
-    // Parses words into the command and its options. In a batch line, global options are not
-    // accepted. On failure returns false and a sentence for the user in error. "help" is the
-    // same as --help.
+    // Parses words into the command and its options, by CommandTable: a command is known only
+    // where its row allows it, and takes only the options of its row. In a batch line, global
+    // options are not accepted. On failure returns false and a sentence for the user in error.
+    // "help" is the same as --help.
     static bool parse(const QStringList &words, Scope scope, GlobalOptions &globals,
                       Invocation &invocation, QString &error);
-
-    static bool isKnownCommand(const QString &command, Scope scope);
-    // How many positional arguments the command takes.
-    static int positionalCount(const QString &command);
-    // Whether the command's one positional argument is an amount.
-    static bool takesAmount(const QString &command);
 };

@@ -2,6 +2,7 @@
 
 #include "clientwatch.h"
 #include "directorycheck.h"
+#include "exitstatus.h"
 #include "progressbar.h"
 
 #include <basicpaymentprocessing.h>
@@ -15,24 +16,9 @@
 
 using namespace Qt::Literals::StringLiterals;
 
-namespace {
-
-bool isSbp(const QString &command)
-{
-    return command.startsWith("sbp-"_L1);
-}
-
-} // namespace
-
 CommandRunner::CommandRunner(ClientWatch &watch)
     : m_watch(watch)
 {}
-
-bool CommandRunner::runsClient(const QString &command)
-{
-    return command != "options"_L1 && command != "scan-params"_L1 && command != "check"_L1 &&
-           command != "recorder"_L1 && command != "recordings"_L1;
-}
 
 PaymentProcessingRequest CommandRunner::request(const Invocation &invocation, int defaultType)
 {
@@ -62,34 +48,10 @@ PaymentProcessingAnswer CommandRunner::call(AbstractPaymentProcessing &processor
 {
     m_watch.beginOperation();
     const ProgressBar bar(hostInstance<Session>().progress(), m_watch,
-                          isSbp(invocation.command) ? ProgressBar::Sbp
-                                                    : ProgressBar::CardOrService);
-
-    const QString &command = invocation.command;
-    if (command == "sale"_L1)
-        return processor.payment(request(invocation, PaymentProcessingRequest::Sale));
-    if (command == "refund"_L1)
-        return processor.payment(request(invocation, PaymentProcessingRequest::Refund));
-    if (command == "cancel"_L1)
-        return processor.cancel(request(invocation, PaymentProcessingRequest::Sale));
-    if (command == "sbp-pay"_L1)
-        return processor.paymentByQRCodeOnPinPad(
-            request(invocation, PaymentProcessingRequest::Sale));
-    if (command == "sbp-refund"_L1)
-        return processor.cancelByQRCodeOnPinPad(
-            request(invocation, PaymentProcessingRequest::Return));
-    if (command == "reconcile"_L1)
-        return invocation.merchant ? processor.checkTotalsByMerchantId(*invocation.merchant)
-                                   : processor.checkTotals(0);
-    if (command == "report"_L1)
-        return invocation.merchant ? processor.printReportByMerchantId(*invocation.merchant)
-                                   : processor.printReport();
-    if (command == "short-report"_L1)
-        return processor.printShortReport();
-    if (command == "copy"_L1)
-        return processor.printCopy(0);
-    Q_ASSERT(command == "balance"_L1);
-    return processor.balance(QString());
+                          invocation.spec->progress == CommandTable::Progress::Sbp
+                              ? ProgressBar::Sbp
+                              : ProgressBar::CardOrService);
+    return invocation.spec->hostCall(processor, invocation);
 }
 
 CommandRunner::Outcome CommandRunner::answerOutcome(PaymentProcessingAnswer answer,
@@ -97,7 +59,7 @@ CommandRunner::Outcome CommandRunner::answerOutcome(PaymentProcessingAnswer answ
 {
     Outcome outcome;
     Formatter::AnswerContext &context = outcome.context;
-    if (CommandLine::takesAmount(invocation.command))
+    if (invocation.spec->argument == CommandTable::Argument::Amount)
         context.amount = invocation.amount;
     context.sbpPayment = invocation.command == "sbp-pay"_L1;
     context.clientRuns = m_watch.runsInOperation();
@@ -118,19 +80,19 @@ CommandRunner::Outcome CommandRunner::answerOutcome(PaymentProcessingAnswer answ
 
     switch (answer.result) {
     case PaymentProcessingAnswer::Success:
-        outcome.exitCode = 0;
+        outcome.exitCode = ExitStatus::Success;
         break;
     case PaymentProcessingAnswer::NotEnoughBalance:
-        outcome.exitCode = 3;
+        outcome.exitCode = ExitStatus::NotEnoughBalance;
         break;
     default:
-        outcome.exitCode = 1;
+        outcome.exitCode = ExitStatus::Failure;
         break;
     }
     // A client that did not end by itself may have completed its operation first: the answer
     // stays what the plug-in made of it, but a till must not take it for a failure to retry.
     if (const std::optional<ProcessEnd> abnormal = m_watch.abnormalEnd()) {
-        outcome.exitCode = unknownOutcome;
+        outcome.exitCode = ExitStatus::UnknownOutcome;
         outcome.hint =
             unknownOutcomeNote(*abnormal, answer, CustomerCodeForms(invocation.customerQr));
     }
@@ -164,13 +126,5 @@ QString CommandRunner::unknownOutcomeNote(const ProcessEnd &end,
 CommandRunner::Outcome CommandRunner::run(AbstractPaymentProcessing &processor,
                                           const Invocation &invocation)
 {
-    if (invocation.command == "options"_L1)
-        return {{}, {}, Formatter::optionsJson(processor), Formatter::optionsText(processor),
-                {}, 0};
-    if (invocation.command == "scan-params"_L1) {
-        const ScanQrParams params = processor.getScanQrParams();
-        return {{}, {}, Formatter::scanParamsJson(params), Formatter::scanParamsText(params),
-                {}, 0};
-    }
     return answerOutcome(call(processor, invocation), invocation);
 }

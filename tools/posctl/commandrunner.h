@@ -14,28 +14,22 @@ struct ProcessEnd;
 class CommandRunner
 {
 public:
-    // What a command came to: the host's answer with what posctl knows around it, or, for
-    // the information commands, their output already formatted both ways.
+    // What an operation came to: the host's answer with what posctl knows around it.
     struct Outcome
     {
-        std::optional<PaymentProcessingAnswer> answer;
+        PaymentProcessingAnswer answer;
         Formatter::AnswerContext context;
-        QString json;
-        QString text;
         // For stderr: why the client could not be started, or why the outcome is unknown, and
         // what to do.
         QString hint;
         int exitCode = 0;
     };
 
-    // The exit status of an operation whose client did not end by itself.
-    static constexpr int unknownOutcome = 4;
-
     explicit CommandRunner(ClientWatch &watch);
 
+    // The host call of the invocation's command (its row's hostCall), guarded by nothing:
+    // the caller guards it.
     Outcome run(AbstractPaymentProcessing &processor, const Invocation &invocation);
-    // Whether the command makes a host call that runs the payment client.
-    static bool runsClient(const QString &command);
 
     static PaymentProcessingRequest request(const Invocation &invocation, int defaultType);
     // Where the processor runs its client.

@@ -3,7 +3,8 @@
 
 #include "acknowledgement.h"
 #include "commandline.h"
-#include "commandrunner.h"
+#include "commandtable.h"
+#include "exitstatus.h"
 #include "logsink.h"
 #include "posctlhost.h"
 
@@ -30,61 +31,18 @@ int fail(const QString &message)
 {
     const QByteArray bytes = u"posctl: %1\n"_s.arg(message).toUtf8();
     std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
-    return PosctlHost::usageError;
+    return ExitStatus::UsageError;
 }
 
-const char helpText[] = R"(Usage: posctl [OPTIONS] COMMAND [ARGS] [REQUEST OPTIONS]
+const char helpHead[] = R"(Usage: posctl [OPTIONS] COMMAND [ARGS] [REQUEST OPTIONS]
   or:  posctl [OPTIONS] batch < commands.txt
 
 A command-line POS host for the Inpas payment plug-in: it loads the plug-in as the till's host
 does, takes a processor from its factory and makes one host call per command.
 
-Payments. AMOUNT is a whole number in minor units, passed to the terminal unchanged: 150000 is
-1500.00. Write an amount below 0 after --, as in: posctl sale -- -500
-  sale AMOUNT          card sale (payment, type 1)
-  refund AMOUNT        card refund (payment, type 2; --type 3 for the other kind)
-  cancel AMOUNT        cancellation of a card sale (cancel, type 1)
-  sbp-pay AMOUNT       SBP payment with the QR code on the PIN pad
-                       (paymentByQRCodeOnPinPad, type 1)
-  sbp-refund AMOUNT    SBP refund on the PIN pad (cancelByQRCodeOnPinPad, type 3)
+)";
 
-Service:
-  reconcile            reconciliation of totals ("Сверка итогов"); with --merchant M for one
-                       legal entity
-  report               full report; with --merchant M for one legal entity
-  short-report         short report
-  copy                 copy of the last slip
-  balance              account balance
-
-Information:
-  check                look at the processing directory as the plug-in will: the client, one
-                       still running, the configuration file, the settings in effect, and
-                       with the recorder on, any approval that never reached the host (exit 1
-                       on a problem)
-  recorder on|off      put the recorder in front of the payment client, or take it away:
-                       it keeps every run with the terminal in recordings/
-  recordings           the runs the recorder kept on a day (--day yyyy-MM-dd, today by
-                       default): time, operation, result, duration, delivered or not
-  scan-params          the parameters of the host's QR-scanning dialog
-  options              the options the processor announces and the request types it accepts
-  batch                read commands from stdin, one a line, and run them on one processor;
-                       each prints one JSON line. Extra lines: set-dir DIR, new-processor.
-                       Blank lines and lines starting with # are skipped.
-  help                 this text
-
-Request options (sale, refund, cancel, sbp-pay, sbp-refund):
-  --type N             request type (overrides the command's)
-  --merchant M         merchant (legal entity) identifier
-  --rrn R              reference number of the operation referred to
-  --auth A             authorisation code of the operation referred to
-  --customer-qr CODE   the customer's scanned QR code (Latin-1 text)
-  --currency N         currency code: 1 passes the customer code on (default), 2 does not
-  --form-text T        first part of the SBP form identifier
-  --form-number N      second part of the SBP form identifier
-  --form-seq N         third part of the SBP form identifier
-  --form-time TIME     last part of the SBP form identifier, as yyyy-MM-ddThh:mm:ss (now by
-                       default)
-
+const char helpTail[] = R"(
 Options:
   --plugin PATH        the plug-in library (default: beside posctl, then the installed one)
   --dir DIR            the processing directory (the client and zelnorinpas.conf)
@@ -150,12 +108,14 @@ int main(int argc, char *argv[])
                             error))
         return fail(error);
     if (globals.help) {
-        std::fputs(helpText, stdout);
-        return 0;
+        std::fputs(helpHead, stdout);
+        std::fputs(CommandTable::help().toUtf8().constData(), stdout);
+        std::fputs(helpTail, stdout);
+        return ExitStatus::Success;
     }
     if (globals.version) {
         std::printf("posctl %s\n", INPAS_VERSION);
-        return 0;
+        return ExitStatus::Success;
     }
     if (!LogSink::install(globals.verbose, globals.logFile, error))
         return fail(error);
@@ -171,12 +131,12 @@ int main(int argc, char *argv[])
             u"run unguarded"_s.arg(QString::fromLocal8Bit(std::strerror(signals.errorNumber()))));
 
     Acknowledgement::announce();
-    const bool batch = invocation.command == "batch"_L1;
-    if (outputClosed && (batch || CommandRunner::runsClient(invocation.command)))
+    const bool batch = invocation.spec->handler == &PosctlHost::batch;
+    if (outputClosed && (batch || invocation.spec->hostCall))
         return fail(u"standard output is closed, so a terminal's answer could be written nowhere; "
                     u"posctl runs no payment client without one"_s);
     PosctlHost host(globals, signals, batch ? SignalGuard::Batch : SignalGuard::SingleCommand);
     if (!host.start(error))
         return fail(error);
-    return batch ? host.runBatch() : host.runOne(invocation);
+    return host.run(invocation);
 }

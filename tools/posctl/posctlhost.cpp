@@ -3,6 +3,7 @@
 #include "acknowledgement.h"
 #include "batchinput.h"
 #include "directorycheck.h"
+#include "exitstatus.h"
 #include "formatter.h"
 #include "jsonwriter.h"
 #include "output.h"
@@ -55,6 +56,7 @@ void holdForTest(const char *variable)
 
 PosctlHost::PosctlHost(const GlobalOptions &globals, SignalPipe &signals, SignalGuard::Mode mode)
     : m_globals(globals)
+    , m_json(globals.json)
     , m_guard(signals, m_watch, mode)
     , m_runner(m_watch)
 {
@@ -83,38 +85,44 @@ bool PosctlHost::newProcessor(QString &error)
     return m_processor != nullptr;
 }
 
-int PosctlHost::print(const CommandRunner::Outcome &outcome, bool json)
+int PosctlHost::print(const CommandRunner::Outcome &outcome)
 {
     Output out(stdout);
-    if (outcome.answer && json)
-        (Formatter::writeAnswerJson(out, *outcome.answer), out << u'\n');
-    else if (outcome.answer)
-        Formatter::writeAnswerText(out, *outcome.answer, outcome.context);
+    if (m_json)
+        (Formatter::writeAnswerJson(out, outcome.answer), out << u'\n');
     else
-        out << (json ? outcome.json + u'\n' : outcome.text);
+        Formatter::writeAnswerText(out, outcome.answer, outcome.context);
     const int error = out.finish();
     if (!outcome.hint.isEmpty())
         complain(outcome.hint);
     return error;
 }
 
-int PosctlHost::runCommand(const Invocation &invocation, bool json, int batchLine)
+int PosctlHost::print(const QString &json, const QString &text)
 {
-    if (!CommandRunner::runsClient(invocation.command)) {
-        const CommandRunner::Outcome outcome = m_runner.run(*m_processor, invocation);
-        print(outcome, json);
-        return outcome.exitCode;
-    }
+    Output out(stdout);
+    out << (m_json ? json + u'\n' : text);
+    return out.finish();
+}
+
+int PosctlHost::run(const Invocation &invocation, int batchLine)
+{
+    const CommandTable::Command &spec = *invocation.spec;
+    return spec.hostCall ? runOperation(invocation, batchLine) : (this->*spec.handler)(invocation);
+}
+
+int PosctlHost::runOperation(const Invocation &invocation, int batchLine)
+{
     SignalGuard::Operation operation(m_guard, m_processor.get(),
                                      CommandRunner::processingDirectory(*m_processor),
                                      m_globals.interruptAfterMs);
     const CommandRunner::Outcome outcome = m_runner.run(*m_processor, invocation);
-    const QString gist = Formatter::gist(*outcome.answer, CustomerCodeForms(invocation.customerQr));
+    const QString gist = Formatter::gist(outcome.answer, CustomerCodeForms(invocation.customerQr));
     operation.answered(gist, outcome.exitCode);
     holdForTest("POSCTL_HOLD_ANSWER");
     const QString where =
         batchLine > 0 ? u"the answer of batch line %1"_s.arg(batchLine) : u"the answer"_s;
-    if (const int error = print(outcome, json))
+    if (const int error = print(outcome))
         SignalGuard::answerLost(u"%1 could not be written to standard output (%2)"_s.arg(
                                     where, QString::fromLocal8Bit(std::strerror(error))),
                                 gist);
@@ -125,13 +133,12 @@ int PosctlHost::runCommand(const Invocation &invocation, bool json, int batchLin
     return outcome.exitCode;
 }
 
-int PosctlHost::check()
+int PosctlHost::check(const Invocation &)
 {
     const DirectoryCheck::Report report =
         DirectoryCheck::run(CommandRunner::processingDirectory(*m_processor));
-    write(stdout,
-          m_globals.json ? DirectoryCheck::json(report) + u'\n' : DirectoryCheck::text(report));
-    return report.ok() ? 0 : 1;
+    write(stdout, m_json ? DirectoryCheck::json(report) + u'\n' : DirectoryCheck::text(report));
+    return report.ok() ? ExitStatus::Success : ExitStatus::Failure;
 }
 
 int PosctlHost::recorder(const Invocation &invocation)
@@ -146,10 +153,10 @@ int PosctlHost::recorder(const Invocation &invocation)
                                                    message);
     if (!done) {
         complain(message);
-        return 1;
+        return ExitStatus::Failure;
     }
     write(stdout, message + u'\n');
-    return 0;
+    return ExitStatus::Success;
 }
 
 int PosctlHost::recordings(const Invocation &invocation)
@@ -158,28 +165,50 @@ int PosctlHost::recordings(const Invocation &invocation)
     const QDate day = invocation.day.value_or(QDate::currentDate());
     const Recordings::Day runs = Recordings::read(directory, day);
     Output out(stdout);
-    if (m_globals.json)
+    if (m_json)
         RecordingsReport::writeJson(out, directory, day, runs);
     else
         RecordingsReport::writeText(out, directory, day, runs);
-    return 0;
+    return ExitStatus::Success;
 }
 
-int PosctlHost::runOne(const Invocation &invocation)
+int PosctlHost::scanParams(const Invocation &)
 {
-    if (invocation.command == "check"_L1)
-        return check();
-    if (invocation.command == "recorder"_L1)
-        return recorder(invocation);
-    if (invocation.command == "recordings"_L1)
-        return recordings(invocation);
-    return runCommand(invocation, m_globals.json);
+    const ScanQrParams params = m_processor->getScanQrParams();
+    print(Formatter::scanParamsJson(params), Formatter::scanParamsText(params));
+    return ExitStatus::Success;
 }
 
-int PosctlHost::runBatch()
+int PosctlHost::options(const Invocation &)
 {
+    print(Formatter::optionsJson(*m_processor), Formatter::optionsText(*m_processor));
+    return ExitStatus::Success;
+}
+
+int PosctlHost::setDirectory(const Invocation &invocation)
+{
+    const QString dir = invocation.positional.first();
+    m_processor->setProcessingDirectory(dir);
+    write(stdout, u"{\"setDir\":%1}\n"_s.arg(JsonWriter::encode(dir)));
+    return ExitStatus::Success;
+}
+
+int PosctlHost::replaceProcessor(const Invocation &)
+{
+    QString error;
+    if (!newProcessor(error)) {
+        complain(error);
+        return ExitStatus::UsageError;
+    }
+    write(stdout, u"{\"newProcessor\":true}\n"_s);
+    return ExitStatus::Success;
+}
+
+int PosctlHost::batch(const Invocation &)
+{
+    m_json = true;
     BatchInput input(m_guard.stopDescriptor());
-    int status = 0;
+    int status = ExitStatus::Success;
     int lastLine = 0;
     while (m_guard.stopSignal() == 0) {
         const std::optional<QByteArray> raw = input.next();
@@ -196,36 +225,24 @@ int PosctlHost::runBatch()
             !CommandLine::parse(*words, CommandLine::BatchLine, unused, invocation, error)) {
             complain(u"batch line %1 %2: %3"_s.arg(input.lineNumber())
                          .arg(Formatter::quoted(line), error));
-            return usageError;
+            return ExitStatus::UsageError;
         }
         lastLine = input.lineNumber();
-        if (invocation.command == "set-dir"_L1) {
-            const QString dir = invocation.positional.first();
-            m_processor->setProcessingDirectory(dir);
-            write(stdout, u"{\"setDir\":%1}\n"_s.arg(JsonWriter::encode(dir)));
-            status = 0;
-        } else if (invocation.command == "new-processor"_L1) {
-            if (!newProcessor(error)) {
-                complain(error);
-                return usageError;
-            }
-            write(stdout, u"{\"newProcessor\":true}\n"_s);
-            status = 0;
-        } else {
-            status = runCommand(invocation, true, lastLine);
-            // Not one more line after an operation whose outcome is unknown: the next might
-            // repeat a payment the terminal has made.
-            if (status == CommandRunner::unknownOutcome) {
-                reportStoppedBatch(u"because its outcome is unknown"_s, lastLine,
-                                   input.available());
-                return status;
-            }
+        status = run(invocation, lastLine);
+        // A processor that could not be replaced ends the batch.
+        if (status == ExitStatus::UsageError)
+            return status;
+        // Not one more line after an operation whose outcome is unknown: the next might
+        // repeat a payment the terminal has made.
+        if (status == ExitStatus::UnknownOutcome) {
+            reportStoppedBatch(u"because its outcome is unknown"_s, lastLine, input.available());
+            return status;
         }
     }
     if (const int signal = m_guard.stopSignal()) {
         reportStoppedBatch(signal == SIGINT ? u"on Ctrl+C"_s : u"on a signal"_s, lastLine,
                            input.available());
-        return 128 + signal;
+        return ExitStatus::SignalBase + signal;
     }
     return status;
 }

@@ -1,5 +1,7 @@
 #include "signalguard.h"
 
+#include "exitstatus.h"
+
 #include "clientwatch.h"
 
 #include <signalpipe.h>
@@ -135,7 +137,7 @@ void SignalGuard::received(int signal)
     case Phase::Idle:
         if (m_mode == SingleCommand || m_stopSignal != 0) {
             say(u"%1: stopped"_s.arg(signalName(signal)));
-            ::_exit(128 + signal);
+            ::_exit(ExitStatus::SignalBase + signal);
         }
         m_stopSignal = signal;
         say(u"%1: the batch stops before its next line (%1 again to quit now)"_s.arg(
@@ -214,13 +216,13 @@ void SignalGuard::giveUp(const QString &why)
     report += u"\nposctl: before you repeat the operation, check the terminal's screen or "
               u"print its last slip with: posctl --dir %1 copy"_s.arg(directory);
     say(report);
-    ::_exit(outcomeUnknown);
+    ::_exit(ExitStatus::UnknownOutcome);
 }
 
 void SignalGuard::answerLost(const QString &why, const QString &gist)
 {
     say(u"%1; the terminal's answer was not written out. It was: %2"_s.arg(why, gist));
-    ::_exit(outcomeUnknown);
+    ::_exit(ExitStatus::UnknownOutcome);
 }
 
 SignalGuard::Operation::Operation(SignalGuard &guard, AbstractPaymentProcessing *processor,

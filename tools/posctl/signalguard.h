@@ -22,8 +22,8 @@ class SignalPipe;
 // (interruptPayment()), then says so on stderr, and posctl keeps waiting for the answer,
 // which it then writes as usual. If the call has not returned giveUpAfter() after the signal,
 // or a second signal comes while a client runs, posctl says that the outcome is unknown, which
-// client is running where and what to do next, and exits with outcomeUnknown: it never ends
-// silently while a client runs. Giving up, it lets no further client start and waits for one
+// client is running where and what to do next, and exits with ExitStatus::UnknownOutcome: it never
+// ends silently while a client runs. Giving up, it lets no further client start and waits for one
 // that is starting; a client that started after the interrupt was asked for (the processor
 // kept it for its next client) is sent it then, so that none is left never told to stop. A second
 // signal just after the client ended waits up to answerGrace for its answer instead. A broken pipe
@@ -33,8 +33,8 @@ class SignalPipe;
 // Once the call has returned, its answer is always written: a signal then ends posctl after
 // the answer (a single command with the answer's own status; a batch stops after the line),
 // and a second signal while the answer is still being written puts its gist on stderr and
-// ends with outcomeUnknown. With no operation in progress a signal ends a single command at
-// once, with 128 + the signal (with the answer's status once the answer is written), and
+// ends with ExitStatus::UnknownOutcome. With no operation in progress a signal ends a single
+// command at once, with 128 + the signal (with the answer's status once the answer is written), and
 // stops a batch before its next line.
 //
 // Also calls interruptPayment() a set time after an operation starts, when asked to.
@@ -43,7 +43,6 @@ class SignalGuard
 public:
     static constexpr std::chrono::seconds defaultGiveUpAfter{10};
     static constexpr std::chrono::seconds answerGrace{2};
-    static constexpr int outcomeUnknown = 4;
 
     enum Mode { SingleCommand, Batch };
 
@@ -81,7 +80,7 @@ public:
     int stopDescriptor() const;
 
     // For an answer that could not be written to standard output: its gist on stderr, if that
-    // can be written, and the end with outcomeUnknown.
+    // can be written, and the end with ExitStatus::UnknownOutcome.
     [[noreturn]] static void answerLost(const QString &why, const QString &gist);
 
 private:
