@@ -458,7 +458,7 @@ void pacing()
     InpasPaymentProcessing processor;
     processor.setProcessingDirectory(till.dir.path());
     StartTimes starts;
-    ExternalProcessThread::setMonitor(&starts);
+    ProcessMonitor::install(&starts);
     std::vector<double> lateMs;
     processor.balance(QString());
     for (int i = 0; i < 5; ++i) {
@@ -468,7 +468,7 @@ void pacing()
                                                                    std::chrono::seconds(1))
                              .count());
     }
-    ExternalProcessThread::setMonitor(nullptr);
+    ProcessMonitor::install(nullptr);
     std::sort(lateMs.begin(), lateMs.end());
     add(u"pacing: start of the next client after an interval of 1 s"_s, u"the interval itself"_s,
         u"late by %1 ms (median of 5; at most %2 ms)"_s.arg(lateMs[2], 0, 'f', 2)

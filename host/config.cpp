@@ -1,5 +1,7 @@
 #include "config.h"
 
+#include "standin/configrules.h"
+
 #include <QFileInfo>
 
 using namespace Qt::Literals::StringLiterals;
@@ -29,7 +31,7 @@ bool Config::addConfigFile(const QString &path, const QString &name)
     return QFileInfo::exists(path);
 }
 
-QVariant Config::value(const QString &key) const
+QVariant ConfigRules::storedValue(const Config &config, const QString &key)
 {
     const qsizetype dot = key.indexOf(u'.');
     if (dot <= 0)
@@ -39,14 +41,14 @@ QVariant Config::value(const QString &key) const
     if (colon >= 0)
         path[colon] = u'/';
 
-    const QMutexLocker lock(&m_mutex);
-    const auto file = m_files.find(key.left(dot));
-    if (file == m_files.end())
+    const QMutexLocker lock(&config.m_mutex);
+    const auto file = config.m_files.find(key.left(dot));
+    if (file == config.m_files.end())
         return {};
     return file->second->value(path);
 }
 
-std::optional<int> Config::toInt(const QVariant &v)
+std::optional<int> ConfigRules::toInt(const QVariant &v)
 {
     if (v.userType() != QMetaType::QString)
         return std::nullopt;
@@ -55,7 +57,7 @@ std::optional<int> Config::toInt(const QVariant &v)
     return ok ? std::optional<int>(number) : std::nullopt;
 }
 
-std::optional<bool> Config::toBool(const QVariant &v)
+std::optional<bool> ConfigRules::toBool(const QVariant &v)
 {
     if (v.userType() != QMetaType::QString)
         return std::nullopt;
@@ -69,17 +71,17 @@ std::optional<bool> Config::toBool(const QVariant &v)
 
 int Config::getInt(const QString &key, int defaultValue) const
 {
-    return toInt(value(key)).value_or(defaultValue);
+    return ConfigRules::toInt(ConfigRules::storedValue(*this, key)).value_or(defaultValue);
 }
 
 bool Config::getBool(const QString &key, bool defaultValue) const
 {
-    return toBool(value(key)).value_or(defaultValue);
+    return ConfigRules::toBool(ConfigRules::storedValue(*this, key)).value_or(defaultValue);
 }
 
 QStringList Config::getStringList(const QString &key, const QString &defaultValue) const
 {
-    const QVariant v = value(key);
+    const QVariant v = ConfigRules::storedValue(*this, key);
     if (!v.isValid())
         return splitList(defaultValue);
     if (v.userType() == QMetaType::QStringList)

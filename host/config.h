@@ -8,7 +8,6 @@
 
 #include <map>
 #include <memory>
-#include <optional>
 
 // The host's configuration: INI files (QSettings syntax, UTF-8) registered under a name.
 // A key is "<name>.<Group>:<key>": after addConfigFile("/p/x.conf", "inpas") the key
@@ -33,13 +32,8 @@ public:
     // absent, the default split the same way (an empty default gives an empty list).
     virtual QStringList getStringList(const QString &key, const QString &defaultValue) const;
 
-    // The stored value as read from the file, invalid when the key is absent; and the rules
-    // by which getInt() and getBool() read it, for tools that judge a file.
-    QVariant value(const QString &key) const;
-    static std::optional<int> toInt(const QVariant &value);
-    static std::optional<bool> toBool(const QVariant &value);
-
 private:
+    friend class ConfigRules; // the stand-in's own view of the stored values
     mutable QMutex m_mutex;
     std::map<QString, std::unique_ptr<QSettings>> m_files;
 };

@@ -1,5 +1,7 @@
 #include "externalprocessthread.h"
 
+#include "standin/processmonitor.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -25,36 +27,42 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using namespace Qt::Literals::StringLiterals;
 
-std::atomic<ProcessMonitor *> monitor{nullptr};
+// The runner's period and drain, and its output limit, so that a runaway program cannot
+// exhaust memory.
+constexpr std::chrono::milliseconds timerPeriod{100};
+constexpr std::chrono::milliseconds drainGrace{200};
+constexpr qint64 maxOutputSize = maxProcessOutputSize;
 
-// What was missing when a program could not be started, in a few words. posix_spawn says
-// "no such file" both for a missing program and for a script whose interpreter is missing,
-// and for a missing working directory too, so the file system is asked which it was.
-QString startFailureReason(int error, const QString &program, const QString &directory)
+// Why a program could not be started.
+StartFailure startFailure(int error, const QString &program, const QString &directory)
 {
-    if (!directory.isEmpty() && !QFileInfo(directory).isDir())
-        return u"no such directory"_s;
+    StartFailure failure;
+    failure.osError = error;
+    if (!directory.isEmpty() && !QFileInfo(directory).isDir()) {
+        failure.reason = StartFailure::NoDirectory;
+        return failure;
+    }
     const QString path = QDir(directory).filePath(program);
     switch (error) {
-    case ENOENT: {
-        if (!QFileInfo::exists(path))
-            return u"no such file"_s;
-        QFile file(path);
-        QByteArray interpreter;
-        if (file.open(QIODevice::ReadOnly)) {
-            const QByteArray head = file.readLine(256).trimmed();
-            if (head.startsWith("#!"))
-                interpreter = head.mid(2).trimmed().split(' ').value(0);
+    case ENOENT:
+        if (!QFileInfo::exists(path)) {
+            failure.reason = StartFailure::NoProgram;
+        } else {
+            failure.reason = StartFailure::BadInterpreter;
+            failure.detail = StartFailure::interpreterOf(path);
         }
-        return QString(u"bad interpreter "_s + QString::fromLocal8Bit(interpreter)).trimmed();
-    }
+        break;
     case EACCES:
-        return u"permission denied"_s;
+        failure.reason = StartFailure::PermissionDenied;
+        break;
     case E2BIG:
-        return u"argument list too long"_s;
+        failure.reason = StartFailure::ArgumentListTooLong;
+        break;
     default:
-        return QString::fromLocal8Bit(std::strerror(error));
+        failure.detail = QString::fromLocal8Bit(std::strerror(error));
+        break;
     }
+    return failure;
 }
 
 int openPidFd(pid_t pid)
@@ -96,21 +104,14 @@ ExternalProcessThread::~ExternalProcessThread()
     }
 }
 
-void ExternalProcessThread::setMonitor(ProcessMonitor *newMonitor)
-{
-    monitor = newMonitor;
-}
-
 void ExternalProcessThread::failStart(int osError)
 {
     m_error = FailedToStart;
-    m_startErrno = osError;
-    m_startReason = startFailureReason(osError, m_program, m_workingDirectory);
-    qCDebug(lcProcess).noquote() << u"Cannot start %1 in %2: %3 (%4)"_s.arg(
-        m_program, m_workingDirectory, QString::fromLocal8Bit(std::strerror(osError)),
-        m_startReason);
-    if (ProcessMonitor *m = monitor.load())
-        m->failedToStart(m_program, m_workingDirectory, osError, m_startReason);
+    const StartFailure failure = startFailure(osError, m_program, m_workingDirectory);
+    qCDebug(lcProcess).noquote() << u"Cannot start %1 in %2: %3"_s.arg(
+        m_program, m_workingDirectory, QString::fromLocal8Bit(std::strerror(osError)));
+    if (ProcessMonitor *m = ProcessMonitor::installed())
+        m->failedToStart(m_program, m_workingDirectory, failure);
 }
 
 void ExternalProcessThread::createTimer(const std::function<void()> &callback)
@@ -124,7 +125,7 @@ void ExternalProcessThread::start()
     if (m_pid > 0 || m_error != NoError)
         return;
 
-    if (ProcessMonitor *m = monitor.load())
+    if (ProcessMonitor *m = ProcessMonitor::installed())
         m->aboutToStart(m_program, m_workingDirectory);
     int out[2] = {-1, -1};
     int err[2] = {-1, -1};
@@ -197,7 +198,7 @@ void ExternalProcessThread::start()
     m_pidFd = openPidFd(pid);
     if (m_pidFd >= 0)
         ::fcntl(m_pidFd, F_SETFD, FD_CLOEXEC);
-    if (ProcessMonitor *m = monitor.load())
+    if (ProcessMonitor *m = ProcessMonitor::installed())
         m->started(m_pid, m_program, m_workingDirectory, m_timeout);
 }
 
@@ -378,6 +379,6 @@ void ExternalProcessThread::reportEnd()
                        .arg(QLatin1StringView(name))
                        .arg(maxOutputSize);
     }
-    if (ProcessMonitor *m = monitor.load())
+    if (ProcessMonitor *m = ProcessMonitor::installed())
         m->finished({m_pid, m_error, m_exitCode, m_signal, m_stdoutTotal, m_stderrTotal});
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "processmonitor.h"
 #include "zelnorhost_global.h"
 
 #include <QByteArray>
@@ -28,8 +27,8 @@
 //
 // Each run is logged at debug level in the category "zelnorhost.process": the operating
 // system's reason when the program cannot start, and how it ended (exit status, signal or
-// time-out). Output beyond maxOutputSize is dropped with a warning in the same category. An
-// installed ProcessMonitor hears of every run as well.
+// time-out). Output beyond a limit of the runner's is dropped with a warning in the same
+// category.
 class ZELNORHOST_EXPORT ExternalProcessThread : public QThread
 {
     Q_OBJECT
@@ -45,11 +44,6 @@ public:
         UnknownError = 5,
     };
 
-    static constexpr std::chrono::milliseconds timerPeriod{100};
-    static constexpr std::chrono::milliseconds drainGrace{200};
-    // Output beyond this is read and dropped, so that a runaway program cannot exhaust memory.
-    static constexpr qsizetype maxOutputSize = 64 * 1024 * 1024;
-
     ExternalProcessThread(const QString &program, const QList<QString> &arguments,
                           std::chrono::milliseconds timeout, const QString &workingDirectory);
     ~ExternalProcessThread() override;
@@ -57,19 +51,11 @@ public:
     // The callback is called every timerPeriod, on the thread in exec(), while the program runs.
     void createTimer(const std::function<void()> &callback);
 
-    // The monitor of every run in this process (not owned; null for none).
-    static void setMonitor(ProcessMonitor *monitor);
-
     void start();
     qint64 processId() const { return m_pid; }
     // True when the program ran to its end (whatever its exit status).
     bool exec();
     int error() const { return m_error; }
-    // After a failed start: the operating system's error number (errno), and what was missing
-    // in a few words ("no such directory", "no such file", "bad interpreter /usr/bin/x",
-    // "permission denied", "argument list too long", or the system's own text).
-    int startErrorNumber() const { return m_startErrno; }
-    QString startErrorReason() const { return m_startReason; }
     int exitCode() const { return m_exitCode; }
     QString standardOutput() const { return QString::fromUtf8(m_stdout); }
     QString standardError() const { return QString::fromUtf8(m_stderr); }
@@ -103,8 +89,6 @@ private:
     int m_error = NoError;
     int m_exitCode = 0;
     int m_signal = 0;
-    int m_startErrno = 0;
-    QString m_startReason;
     QByteArray m_stdout;
     QByteArray m_stderr;
     qint64 m_stdoutTotal = 0;

@@ -23,13 +23,3 @@ template<>
 ZELNORHOST_EXPORT Session *Singleton<Session>::instance;
 template<>
 ZELNORHOST_EXPORT ValutCollection *Singleton<ValutCollection>::instance;
-
-// Returns the process-wide object, creating it on first use. Not guarded: the first use of
-// each object must not race with another first use.
-template<typename T>
-T &hostInstance()
-{
-    if (!Singleton<T>::instance)
-        Singleton<T>::instance = new T;
-    return *Singleton<T>::instance;
-}

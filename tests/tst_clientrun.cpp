@@ -5,9 +5,9 @@
 
 #include <basicexception.h>
 #include <externalprocessthread.h>
+#include <hostinstance.h>
 #include <processmonitor.h>
 #include <session.h>
-#include <singleton.h>
 
 #include <QFile>
 #include <QMutex>

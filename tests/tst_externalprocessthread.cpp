@@ -1,6 +1,7 @@
 // The host stand-in's process runner, against programs that misbehave in every way we know.
 
 #include <externalprocessthread.h>
+#include <processmonitor.h>
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -127,23 +128,36 @@ void tst_ExternalProcessThread::cannotStart_data()
 {
     QTest::addColumn<QString>("program");
     QTest::addColumn<QString>("directory");
-    QTest::addColumn<QString>("reason");
-    QTest::newRow("missing program") << u"./nothing-here"_s << m_dir.path() << u"no such file"_s;
-    QTest::newRow("missing directory")
-        << script("exit 0") << m_dir.filePath(u"absent"_s) << u"no such directory"_s;
-    QTest::newRow("missing interpreter") << script("exit 0", "/nonexistent/sh") << m_dir.path()
-                                         << u"bad interpreter /nonexistent/sh"_s;
+    QTest::addColumn<int>("reason"); // StartFailure::Reason
+    QTest::addColumn<QString>("detail");
+    QTest::newRow("missing program")
+        << u"./nothing-here"_s << m_dir.path() << int(StartFailure::NoProgram) << QString();
+    QTest::newRow("missing directory") << script("exit 0") << m_dir.filePath(u"absent"_s)
+                                       << int(StartFailure::NoDirectory) << QString();
+    QTest::newRow("missing interpreter")
+        << script("exit 0", "/nonexistent/sh") << m_dir.path() << int(StartFailure::BadInterpreter)
+        << u"/nonexistent/sh"_s;
     QFile plain(m_dir.filePath(u"plain"_s));
     QVERIFY(plain.open(QIODevice::WriteOnly));
     plain.write("#!/bin/sh\n");
     plain.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
-    QTest::newRow("not executable") << u"./plain"_s << m_dir.path() << u"permission denied"_s;
+    QTest::newRow("not executable")
+        << u"./plain"_s << m_dir.path() << int(StartFailure::PermissionDenied) << QString();
 }
 
 void tst_ExternalProcessThread::cannotStart()
 {
     QFETCH(QString, program);
     QFETCH(QString, directory);
+    struct Failures : ProcessMonitor
+    {
+        QList<StartFailure> seen;
+        void failedToStart(const QString &, const QString &, const StartFailure &f) override
+        {
+            seen.append(f);
+        }
+    } failures;
+    ProcessMonitor::install(&failures);
     const int before = openDescriptors();
     {
         ExternalProcessThread runner(program, {}, 5s, directory);
@@ -151,9 +165,12 @@ void tst_ExternalProcessThread::cannotStart()
         QCOMPARE(runner.processId(), 0);
         QVERIFY(!runner.exec());
         QCOMPARE(runner.error(), int(ExternalProcessThread::FailedToStart));
-        QTEST(runner.startErrorReason(), "reason");
     }
+    ProcessMonitor::install(nullptr);
     QCOMPARE(openDescriptors(), before);
+    QCOMPARE(failures.seen.size(), 1);
+    QTEST(int(failures.seen.first().reason), "reason");
+    QTEST(failures.seen.first().detail, "detail");
 }
 
 void tst_ExternalProcessThread::leavesNothingBehind()

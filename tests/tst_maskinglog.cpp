@@ -5,7 +5,8 @@
 #include "processorfixture.h"
 
 #include <externalprocessthread.h>
-#include <singleton.h>
+#include <hostinstance.h>
+#include <processmonitor.h>
 #include <tlv/bertlv.h>
 #include <valutcollection.h>
 
@@ -293,7 +294,7 @@ void tst_MaskingLog::cutOnlyAtTheRunnersLimit_data()
     // character) may have been.
     QTest::newRow("a short answer that does not end") << qsizetype(64) << u"КАРТА 41111111111111"_s;
     QTest::newRow("an answer that could reach the runner's limit")
-        << ExternalProcessThread::maxOutputSize / 3 + 64 << u"КАРТА **************"_s;
+        << maxProcessOutputSize / 3 + 64 << u"КАРТА **************"_s;
 }
 
 void tst_MaskingLog::cutOnlyAtTheRunnersLimit()

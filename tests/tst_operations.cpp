@@ -3,7 +3,7 @@
 #include "processorfixture.h"
 #include "words.h"
 
-#include <singleton.h>
+#include <hostinstance.h>
 #include <tlv/bertlv.h>
 #include <valutcollection.h>
 

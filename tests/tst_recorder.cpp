@@ -128,7 +128,7 @@ void tst_Recorder::transparent()
     FakeClient fake;
     fake.setBehaviour(client);
     LastEnd lastEnd;
-    ExternalProcessThread::setMonitor(&lastEnd);
+    ProcessMonitor::install(&lastEnd);
     Seen seen[2];
     for (int run = 1; run <= 2; ++run) {
         if (run == 2)
@@ -149,7 +149,7 @@ void tst_Recorder::transparent()
             QTRY_VERIFY_WITH_TIMEOUT(!FakeClient::isRunning(helper), 30000);
         }
     }
-    ExternalProcessThread::setMonitor(nullptr);
+    ProcessMonitor::install(nullptr);
     QVERIFY(seen[0] == seen[1]);
     QCOMPARE(fake.runCount(), 2);
     QCOMPARE(fake.arguments(2), fake.arguments(1));

@@ -1,9 +1,9 @@
 #include "plugin/inpaspaymentprocessing.h"
 
+#include "plugin/hostobject.h"
 #include <basicexception.h>
 #include <externalprocessthread.h>
 #include <session.h>
-#include <singleton.h>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -43,7 +43,7 @@ QByteArray InpasPaymentProcessing::executeCommand(int operationCode, const Argum
 {
     const QStringList argumentList = commandLine(operationCode, arguments);
     const MaskingLogger::CustomerCodeScope known(logger, arguments.value(u"-d"_s).toString());
-    ProgressIndicator *progress = hostInstance<Session>().progress();
+    ProgressIndicator *progress = hostObject<Session>().progress();
     // Declared before the runner, so that it outlives the runner, whose timer counts with it.
     int counter = 1;
     ExternalProcessThread runner(u"./zelnorinpas"_s, argumentList, timeout, processingDirectory);
@@ -74,11 +74,11 @@ QByteArray InpasPaymentProcessing::executeCommand(int operationCode, const Argum
     if (!logger.isDebugEnabled())
         return runner.standardOutput().toUtf8();
     const QString output = runner.standardOutput();
-    // The runner keeps at most maxOutputSize bytes, and says so only in its own warning: an
-    // output that could be that long may have been cut.
-    const CardMask::Ending ending = output.size() * 3 >= ExternalProcessThread::maxOutputSize
-                                        ? CardMask::Ending::MayBeCut
-                                        : CardMask::Ending::Whole;
+    // The host's runner keeps a limited part of the output (64 MiB in the host we know) and
+    // says so only in its own warning: an output that could be that long may have been cut.
+    constexpr qsizetype hostOutputLimit = 64 * 1024 * 1024;
+    const CardMask::Ending ending =
+        output.size() * 3 >= hostOutputLimit ? CardMask::Ending::MayBeCut : CardMask::Ending::Whole;
     logger.debug(u"Ответ процессинга: %1", {LogValue::clientOutput(output, ending)});
     return output.toUtf8();
 }

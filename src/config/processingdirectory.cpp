@@ -1,8 +1,8 @@
 #include "plugin/inpaspaymentprocessing.h"
 #include <settingkeys.h>
 
+#include "plugin/hostobject.h"
 #include <config.h>
-#include <singleton.h>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -13,7 +13,7 @@ void InpasPaymentProcessing::setProcessingDirectory(const QString &directory)
 {
     processingDirectory = directory.isEmpty() ? defaultProcessingDirectory : directory;
 
-    Config &config = hostInstance<Config>();
+    Config &config = hostObject<Config>();
     config.addConfigFile(processingDirectory + u"/zelnorinpas.conf"_s, u"inpas"_s);
 
     setOption(processing::ScanTokenOnCancel,

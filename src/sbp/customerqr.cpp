@@ -1,14 +1,14 @@
 #include "plugin/inpaspaymentprocessing.h"
 #include "tlv/bertlv.h"
 
-#include <singleton.h>
+#include "plugin/hostobject.h"
 #include <valutcollection.h>
 
 using namespace Qt::Literals::StringLiterals;
 
 QString InpasPaymentProcessing::customerQr(const PaymentProcessingRequest &request) const
 {
-    const Valut valut = hostInstance<ValutCollection>().getValut(request.currencyCode);
+    const Valut valut = hostObject<ValutCollection>().getValut(request.currencyCode);
     if (valut.checkOption(Valut::PassCustomerQrCode))
         return request.customerQrCode;
     return QString();

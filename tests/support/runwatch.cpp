@@ -7,12 +7,12 @@
 
 RunWatch::RunWatch()
 {
-    ExternalProcessThread::setMonitor(this);
+    ProcessMonitor::install(this);
 }
 
 RunWatch::~RunWatch()
 {
-    ExternalProcessThread::setMonitor(nullptr);
+    ProcessMonitor::install(nullptr);
 }
 
 QList<RunWatch::Run> RunWatch::runs() const

@@ -42,7 +42,7 @@ std::optional<ProcessEnd> ClientWatch::abnormalEnd() const
     return m_abnormalEnd;
 }
 
-std::optional<ClientWatch::StartFailure> ClientWatch::lastStartFailure() const
+std::optional<ClientWatch::FailedStart> ClientWatch::lastStartFailure() const
 {
     const QMutexLocker lock(&m_mutex);
     return m_startFailure;
@@ -77,11 +77,11 @@ void ClientWatch::started(qint64 processId, const QString &, const QString &dire
     m_startDone.wakeAll();
 }
 
-void ClientWatch::failedToStart(const QString &program, const QString &directory, int osError,
-                                const QString &reason)
+void ClientWatch::failedToStart(const QString &program, const QString &directory,
+                                const StartFailure &failure)
 {
     const QMutexLocker lock(&m_mutex);
-    m_startFailure = StartFailure{program, directory, osError, reason};
+    m_startFailure = FailedStart{program, directory, failure};
     ++m_runs;
     m_starting = false;
     m_startDone.wakeAll();

@@ -26,12 +26,11 @@ public:
         QString directory;
         Clock::time_point started;
     };
-    struct StartFailure
+    struct FailedStart
     {
         QString program;
         QString directory;
-        int osError = 0;
-        QString reason;
+        StartFailure failure;
     };
 
     // Forgets what the previous operation ran.
@@ -45,7 +44,7 @@ public:
     // The first client of the operation that did not end by itself: ended by a signal, killed
     // at its time-out, or whose end could not be learnt. Its operation's outcome is unknown.
     std::optional<ProcessEnd> abnormalEnd() const;
-    std::optional<StartFailure> lastStartFailure() const;
+    std::optional<FailedStart> lastStartFailure() const;
 
     // From now on no client starts (one that tries is held back until the process ends); a
     // start under way is waited for. Returns the client that runs, if one does.
@@ -54,8 +53,8 @@ public:
     void aboutToStart(const QString &program, const QString &directory) override;
     void started(qint64 processId, const QString &program, const QString &directory,
                  std::chrono::milliseconds timeout) override;
-    void failedToStart(const QString &program, const QString &directory, int osError,
-                       const QString &reason) override;
+    void failedToStart(const QString &program, const QString &directory,
+                       const StartFailure &failure) override;
     void finished(const ProcessEnd &end) override;
 
     // Whether a run that ended so ended by itself (its exit status, whatever it was).
@@ -71,5 +70,5 @@ private:
     QList<Client> m_clients;
     std::optional<ProcessEnd> m_lastEnd;
     std::optional<ProcessEnd> m_abnormalEnd;
-    std::optional<StartFailure> m_startFailure;
+    std::optional<FailedStart> m_startFailure;
 };

@@ -7,8 +7,8 @@
 
 #include <basicpaymentprocessing.h>
 #include <externalprocessthread.h>
+#include <hostinstance.h>
 #include <session.h>
-#include <singleton.h>
 
 #include <QFileInfo>
 
@@ -76,7 +76,7 @@ CommandRunner::Outcome CommandRunner::answerOutcome(PaymentProcessingAnswer answ
     }
     if (const auto failure = m_watch.lastStartFailure();
         failure && answer.message.id() == "inpasPaymentProcessingStartError"_L1)
-        outcome.hint = DirectoryCheck::startHint(failure->directory, failure->reason);
+        outcome.hint = DirectoryCheck::startHint(failure->directory, failure->failure);
 
     switch (answer.result) {
     case PaymentProcessingAnswer::Success:

@@ -4,6 +4,7 @@
 #include "recordingsreport.h"
 
 #include <config.h>
+#include <configrules.h>
 #include <settingkeys.h>
 
 #include <QDir>
@@ -66,18 +67,6 @@ QString nearestKey(const QString &name)
                : QString();
 }
 
-// The interpreter named on a script's first line, or an empty text.
-QString interpreterOf(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    const QByteArray head = file.readLine(256).trimmed();
-    if (!head.startsWith("#!"))
-        return {};
-    return QString::fromLocal8Bit(head.mid(2).trimmed().split(' ').value(0));
-}
-
 Findings clientFindings(const QString &directory)
 {
     using Kind = Finding::Kind;
@@ -96,7 +85,7 @@ Findings clientFindings(const QString &directory)
     if (!client.isExecutable())
         return {Finding::of(Kind::ClientNotExecutable,
                             u"%1 is not executable (chmod +x %1)"_s.arg(path))};
-    const QString interpreter = interpreterOf(path);
+    const QString interpreter = StartFailure::interpreterOf(path);
     if (!interpreter.isEmpty() && !QFileInfo(interpreter).isExecutable())
         return {Finding::of(
             Kind::InterpreterMissing,
@@ -228,7 +217,7 @@ DirectoryCheck::Report DirectoryCheck::run(const QString &directory)
     config.addConfigFile(configPath, u"inpas"_s);
     for (const SettingKey &key : settingkeys::all) {
         const QString configKey = key.configKey();
-        const QVariant stored = config.value(configKey);
+        const QVariant stored = ConfigRules::storedValue(config, configKey);
         const int line = keyLines.value(configKey);
         const auto found = [&](Kind kind, const QString &what) {
             Finding finding = Finding::of(
@@ -242,7 +231,7 @@ DirectoryCheck::Report DirectoryCheck::run(const QString &directory)
         Setting setting{QLatin1StringView(key.group) + u'/' + name, {}, false, !stored.isValid()};
         switch (key.kind) {
         case SettingKind::Boolean: {
-            const std::optional<bool> value = Config::toBool(stored);
+            const std::optional<bool> value = ConfigRules::toBool(stored);
             if (stored.isValid() && !value) {
                 found(Kind::ValueNotRead, u"%1=%2 is neither true nor false; the plug-in uses the "
                                           u"default"_s.arg(name, shown));
@@ -252,7 +241,7 @@ DirectoryCheck::Report DirectoryCheck::run(const QString &directory)
             break;
         }
         case SettingKind::Integer: {
-            const std::optional<int> value = Config::toInt(stored);
+            const std::optional<int> value = ConfigRules::toInt(stored);
             if (stored.isValid() && !value) {
                 found(Kind::ValueNotRead,
                       u"%1=%2 is not a whole number; the plug-in uses the default"_s.arg(name,
@@ -349,27 +338,35 @@ QString DirectoryCheck::json(const Report &report)
         .toString();
 }
 
-QString DirectoryCheck::startHint(const QString &directory, const QString &reason)
+QString DirectoryCheck::startHint(const QString &directory, const StartFailure &failure)
 {
     const QString client = QDir(directory).filePath(clientName);
     QString hint;
-    if (reason == "no such directory"_L1)
+    switch (failure.reason) {
+    case StartFailure::NoDirectory:
         hint = u"the processing directory %1 does not exist; choose the one that holds the "
                u"payment client with --dir DIR"_s.arg(directory);
-    else if (reason == "no such file"_L1)
+        break;
+    case StartFailure::NoProgram:
         hint = u"there is no payment client %1; put it there, or choose its directory with "
                u"--dir DIR"_s.arg(client);
-    else if (reason == "permission denied"_L1)
+        break;
+    case StartFailure::PermissionDenied:
         hint = u"%1 may not be run (permission denied); make it executable with chmod +x %1"_s.arg(
             client);
-    else if (reason.startsWith("bad interpreter"_L1))
+        break;
+    case StartFailure::BadInterpreter:
         hint = u"%1 is a script whose interpreter%2 is missing; install it or correct the "
-               u"script's first line"_s.arg(client, reason.mid(15));
-    else if (reason == "argument list too long"_L1)
+               u"script's first line"_s.arg(
+                   client, failure.detail.isEmpty() ? QString() : u' ' + failure.detail);
+        break;
+    case StartFailure::ArgumentListTooLong:
         return u"the client's command line is longer than the system allows (argument list too "
                u"long); a customer QR code is a few hundred characters at most, so scan it "
                u"again"_s;
-    else
-        hint = u"%1 could not be started: %2"_s.arg(client, reason);
+    case StartFailure::Other:
+        hint = u"%1 could not be started: %2"_s.arg(client, failure.detail);
+        break;
+    }
     return hint + u" (posctl check --dir %1 looks at the whole directory)"_s.arg(directory);
 }

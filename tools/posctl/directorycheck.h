@@ -1,5 +1,7 @@
 #pragma once
 
+#include <processmonitor.h>
+
 #include "finding.h"
 #include "runningclients.h"
 
@@ -33,6 +35,6 @@ public:
     static QString text(const Report &report);
     static QString json(const Report &report);
 
-    // Why the client could not be started, from the runner's reason, and what to do about it.
-    static QString startHint(const QString &directory, const QString &reason);
+    // Why the client could not be started, and what to do about it.
+    static QString startHint(const QString &directory, const StartFailure &failure);
 };

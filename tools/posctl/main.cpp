@@ -8,7 +8,7 @@
 #include "logsink.h"
 #include "posctlhost.h"
 
-#include <singleton.h>
+#include <hostinstance.h>
 #include <valutcollection.h>
 
 #include <signalpipe.h>

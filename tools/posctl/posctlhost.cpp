@@ -60,13 +60,13 @@ PosctlHost::PosctlHost(const GlobalOptions &globals, SignalPipe &signals, Signal
     , m_guard(signals, m_watch, mode)
     , m_runner(m_watch)
 {
-    ExternalProcessThread::setMonitor(&m_watch);
+    ProcessMonitor::install(&m_watch);
 }
 
 PosctlHost::~PosctlHost()
 {
     m_processor.reset();
-    ExternalProcessThread::setMonitor(nullptr);
+    ProcessMonitor::install(nullptr);
 }
 
 bool PosctlHost::start(QString &error)
