@@ -1,7 +1,7 @@
 #pragma once
 
-#include <QString>
 #include <QList>
+#include <QString>
 
 // The customer's QR code is card data whole, and unlike any other card data it is known: the
 // plug-in and the recorder sent it as the client's "-d" value. So it is found by its value,

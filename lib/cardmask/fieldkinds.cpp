@@ -57,6 +57,32 @@ ValueKind FieldKinds::ofOption(std::u16string_view option)
     return find(Where::Option, option);
 }
 
+std::string FieldKinds::shownValue(std::string_view option, std::string_view value)
+{
+    switch (ofOption(option)) {
+    case ValueKind::Host:
+        return std::string(value);
+    case ValueKind::CustomerQr:
+        return "<QR " + std::to_string(value.size()) + " bytes>";
+    default:
+        return '<' + std::to_string(value.size()) + " bytes>";
+    }
+}
+
+std::vector<std::string> FieldKinds::shownArguments(const std::vector<std::string_view> &arguments)
+{
+    std::vector<std::string> shown;
+    shown.reserve(arguments.size());
+    for (size_t i = 0; i < arguments.size(); ++i) {
+        // The operation code, then each option followed by its value.
+        if (i >= 2 && i % 2 == 0)
+            shown.push_back(shownValue(arguments[i - 1], arguments[i]));
+        else
+            shown.emplace_back(arguments[i]);
+    }
+    return shown;
+}
+
 ValueKind FieldKinds::ofOption(std::string_view option)
 {
     return find(Where::Option, option);

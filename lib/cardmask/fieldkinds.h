@@ -1,6 +1,8 @@
 #pragma once
 
+#include <string>
 #include <string_view>
+#include <vector>
 
 // What a logged or recorded value is, which decides what may be shown of it.
 enum class ValueKind {
@@ -26,6 +28,13 @@ public:
     // does not know is Unknown.
     static ValueKind ofOption(std::u16string_view option);
     static ValueKind ofOption(std::string_view option);
+    // What a client's command line may show, wherever it is shown (the log, posctl check, the
+    // recordings): the arguments after the program, the operation code then options and their
+    // values in pairs as the client reads them; the host's values as they are, the customer's
+    // code as "<QR n bytes>", any other value as "<n bytes>", since nothing says what it holds.
+    static std::vector<std::string> shownArguments(const std::vector<std::string_view> &arguments);
+    // The same for one option's value.
+    static std::string shownValue(std::string_view option, std::string_view value);
     // Whether a text is a scanned customer QR code: the Base64 of an EMV consumer-presented
     // payload, which starts with its format indicator (tag 85, "CPV01").
     static bool isCustomerQr(std::u16string_view text);

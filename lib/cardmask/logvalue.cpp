@@ -51,7 +51,8 @@ void LogValue::appendTo(QString &line, const CustomerCodeForms &code) const
         if (it.value().isNull())
             continue;
         line += u' ';
-        value(FieldKinds::ofOption(u16(it.key())), it.value().toString());
+        value(ValueKind::Host, QString::fromStdString(FieldKinds::shownValue(
+                                   it.key().toStdString(), it.value().toString().toStdString())));
     }
 }
 

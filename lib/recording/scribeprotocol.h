@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // How the recorder speaks to the scribe's service: one request on one connection to a stream
@@ -19,6 +20,9 @@ namespace scribeprotocol {
 inline constexpr const char *socketName = "scribe.sock";
 inline constexpr const char *greeting = "inpas-scribe 1";
 inline constexpr int mostDescriptors = 8;
+// The requests: "sync" with the day file, "output DAY RUN ID" with the run's outputs.
+inline constexpr std::string_view syncVerb = "sync";
+inline constexpr std::string_view outputVerb = "output";
 
 // The socket's path for a processing directory, or an empty text when it is too long to be one.
 std::string socketPath(const std::string &processingDirectory);

@@ -3,6 +3,8 @@
 #include <QLatin1StringView>
 #include <QString>
 
+#include <optional>
+
 // The keys of zelnorinpas.conf that the plug-in reads, in the order it reads them, with their
 // kinds and defaults. Header-only, so that posctl's check reads the file by the same table.
 enum class SettingKind {
@@ -48,5 +50,21 @@ inline constexpr SettingKey all[] = {scanTokenOnCancel,           allowInterrupt
                                      notEnoughtBalanceCode,       intervalBetweenOperations,
                                      returnStatusSbpSuccessCodes, successTextResponses,
                                      hostCodesResponseToRetry};
+
+// The clean-up rules of the list items, for the plug-in that reads them and for posctl's check
+// that shows what the plug-in will read: an item of an IntegerList that is no 32-bit decimal
+// integer is dropped; an item of a TextList is trimmed and upper-cased, and dropped when blank.
+inline std::optional<int> integerItem(const QString &item)
+{
+    bool ok = false;
+    const int value = item.toInt(&ok, 10);
+    return ok ? std::optional<int>(value) : std::nullopt;
+}
+
+inline std::optional<QString> textItem(const QString &item)
+{
+    const QString text = item.trimmed().toUpper();
+    return text.isEmpty() ? std::nullopt : std::optional<QString>(text);
+}
 
 } // namespace settingkeys

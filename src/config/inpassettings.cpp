@@ -10,11 +10,9 @@ namespace {
 
 void addNormalizedTexts(QSet<QString> &set, const QStringList &items)
 {
-    for (const QString &item : items) {
-        const QString text = item.trimmed().toUpper();
-        if (!text.isEmpty())
-            set.insert(text);
-    }
+    for (const QString &item : items)
+        if (const std::optional<QString> text = settingkeys::textItem(item))
+            set.insert(*text);
 }
 
 } // namespace
@@ -28,12 +26,9 @@ void InpasSettings::read(const Config &config)
 
     const QStringList codes =
         config.getStringList(settingkeys::returnStatusSbpSuccessCodes.configKey(), {});
-    for (const QString &item : codes) {
-        bool ok = false;
-        const int code = item.toInt(&ok, 10);
-        if (ok)
-            returnStatusSbpSuccessCodes.insert(code);
-    }
+    for (const QString &item : codes)
+        if (const std::optional<int> code = settingkeys::integerItem(item))
+            returnStatusSbpSuccessCodes.insert(*code);
 
     addNormalizedTexts(successTextResponses,
                        config.getStringList(settingkeys::successTextResponses.configKey(), {}));

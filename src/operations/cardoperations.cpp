@@ -1,10 +1,10 @@
 #include "plugin/inpaspaymentprocessing.h"
 
+#include <operationcodes.h>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-
-enum OperationCode { SaleCode = 1, RefundCode = 2, CancelCode = 3 };
 
 constexpr int customerQrPaymentMode = 2;
 
@@ -20,11 +20,11 @@ PaymentProcessingAnswer InpasPaymentProcessing::payment(const PaymentProcessingR
 
     switch (request.type) {
     case PaymentProcessingRequest::Sale:
-        answer = waitAndExecuteOperation(SaleCode, arguments, nullptr);
+        answer = waitAndExecuteOperation(operationcodes::Sale, arguments, nullptr);
         break;
     case PaymentProcessingRequest::Refund:
     case PaymentProcessingRequest::Return:
-        answer = waitAndExecuteOperation(RefundCode, arguments, nullptr);
+        answer = waitAndExecuteOperation(operationcodes::Refund, arguments, nullptr);
         break;
     default:
         // Not a type this processor serves: no client run, a failure without a message.
@@ -41,5 +41,5 @@ PaymentProcessingAnswer InpasPaymentProcessing::cancel(const PaymentProcessingRe
     const ClientInterruption::Operation operation(interruption);
     logger.info(u"Отмена операции");
     const Arguments arguments = getArguments(request, customerQr(request));
-    return waitAndExecuteOperation(CancelCode, arguments, nullptr);
+    return waitAndExecuteOperation(operationcodes::Cancel, arguments, nullptr);
 }

@@ -1,16 +1,10 @@
 #include "plugin/inpaspaymentprocessing.h"
 
+#include <operationcodes.h>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-
-enum OperationCode {
-    ReconciliationCode = 4,
-    ShortReportCode = 11,
-    SlipCopyCode = 12,
-    FullReportCode = 14,
-    BalanceCode = 15,
-};
 
 InpasPaymentProcessing::Arguments merchantArguments(const QString &merchantId)
 {
@@ -26,28 +20,29 @@ PaymentProcessingAnswer InpasPaymentProcessing::checkTotals(int)
 {
     const ClientInterruption::Operation operation(interruption);
     logger.info(u"Сверка итогов");
-    return waitAndExecuteOperation(ReconciliationCode, {}, nullptr);
+    return waitAndExecuteOperation(operationcodes::Reconciliation, {}, nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::checkTotalsByMerchantId(const QString &merchantId)
 {
     const ClientInterruption::Operation operation(interruption);
     logger.info(u"Сверка итогов для юр. лица(merchantId = %1)", {LogValue::host(merchantId)});
-    return waitAndExecuteOperation(ReconciliationCode, merchantArguments(merchantId), nullptr);
+    return waitAndExecuteOperation(operationcodes::Reconciliation, merchantArguments(merchantId),
+                                   nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::printCopy(int)
 {
     const ClientInterruption::Operation operation(interruption);
     logger.info(u"Печать копии слипа");
-    return waitAndExecuteOperation(SlipCopyCode, {}, nullptr);
+    return waitAndExecuteOperation(operationcodes::SlipCopy, {}, nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::printReport()
 {
     const ClientInterruption::Operation operation(interruption);
     logger.info(u"Печать полного отчета");
-    return waitAndExecuteOperation(FullReportCode, {}, nullptr);
+    return waitAndExecuteOperation(operationcodes::FullReport, {}, nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::printReportByMerchantId(const QString &merchantId)
@@ -55,19 +50,20 @@ PaymentProcessingAnswer InpasPaymentProcessing::printReportByMerchantId(const QS
     const ClientInterruption::Operation operation(interruption);
     logger.info(u"Печать полного отчета для юр. лица(merchantId = %1)",
                 {LogValue::host(merchantId)});
-    return waitAndExecuteOperation(FullReportCode, merchantArguments(merchantId), nullptr);
+    return waitAndExecuteOperation(operationcodes::FullReport, merchantArguments(merchantId),
+                                   nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::printShortReport()
 {
     const ClientInterruption::Operation operation(interruption);
     logger.info(u"Печать краткого отчета");
-    return waitAndExecuteOperation(ShortReportCode, {}, nullptr);
+    return waitAndExecuteOperation(operationcodes::ShortReport, {}, nullptr);
 }
 
 PaymentProcessingAnswer InpasPaymentProcessing::balance(const QString &)
 {
     const ClientInterruption::Operation operation(interruption);
     logger.info(u"Запрос состояния счета");
-    return waitAndExecuteOperation(BalanceCode, {}, nullptr);
+    return waitAndExecuteOperation(operationcodes::Balance, {}, nullptr);
 }

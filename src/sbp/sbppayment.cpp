@@ -1,12 +1,8 @@
 #include "plugin/inpaspaymentprocessing.h"
 
+#include <operationcodes.h>
+
 using namespace Qt::Literals::StringLiterals;
-
-namespace {
-
-constexpr int sbpPaymentCode = 1;
-
-} // namespace
 
 QString InpasPaymentProcessing::formId(const PaymentProcessingRequest &request) const
 {
@@ -38,9 +34,9 @@ InpasPaymentProcessing::paymentByQRCodeOnPinPad(const PaymentProcessingRequest &
 
     const QString id = formId(request);
     Arguments arguments = getArguments(request, QString());
-    arguments.insert(u"-f"_s, u"paymentSbp"_s);
+    arguments.insert(u"-f"_s, QString::fromLatin1(operationcodes::paymentSbp));
     arguments.insert(u"-r"_s, id);
-    answer = waitAndExecuteOperation(sbpPaymentCode, arguments, nullptr);
+    answer = waitAndExecuteOperation(operationcodes::Sale, arguments, nullptr);
 
     // Status 0: the payment is open on the PIN pad; ask until it has an outcome.
     if (answer.status == 0) {
@@ -58,12 +54,12 @@ PaymentProcessingAnswer
 InpasPaymentProcessing::getPaymentByQRCodeOnPinPadStatus(const PaymentProcessingRequest &request)
 {
     Arguments arguments = getArguments(request, QString());
-    arguments.insert(u"-f"_s, u"paymentStatusSbp"_s);
+    arguments.insert(u"-f"_s, QString::fromLatin1(operationcodes::paymentStatusSbp));
 
     bool retry = true;
     PaymentProcessingAnswer answer;
     do {
-        answer = waitAndExecuteOperation(sbpPaymentCode, arguments, &retry);
+        answer = waitAndExecuteOperation(operationcodes::Sale, arguments, &retry);
     } while (retry);
 
     if (answer.result == PaymentProcessingAnswer::Success)

@@ -1,12 +1,8 @@
 #include "plugin/inpaspaymentprocessing.h"
 
+#include <operationcodes.h>
+
 using namespace Qt::Literals::StringLiterals;
-
-namespace {
-
-constexpr int sbpRefundCode = 2;
-
-} // namespace
 
 PaymentProcessingAnswer
 InpasPaymentProcessing::cancelByQRCodeOnPinPad(const PaymentProcessingRequest &request)
@@ -14,10 +10,11 @@ InpasPaymentProcessing::cancelByQRCodeOnPinPad(const PaymentProcessingRequest &r
     const ClientInterruption::Operation operation(interruption);
     const QString id = formId(request);
     Arguments arguments = getArguments(request, QString());
-    arguments.insert(u"-f"_s, u"returnSbp"_s);
+    arguments.insert(u"-f"_s, QString::fromLatin1(operationcodes::returnSbp));
     arguments.insert(u"-r"_s, id);
     arguments.insert(u"-c"_s, request.referenceNumber);
-    PaymentProcessingAnswer answer = waitAndExecuteOperation(sbpRefundCode, arguments, nullptr);
+    PaymentProcessingAnswer answer =
+        waitAndExecuteOperation(operationcodes::Refund, arguments, nullptr);
 
     if (answer.status == 0) {
         PaymentProcessingRequest statusRequest = request;
@@ -33,12 +30,12 @@ PaymentProcessingAnswer
 InpasPaymentProcessing::getCancelByQRCodeOnPinPadStatus(const PaymentProcessingRequest &request)
 {
     Arguments arguments = getArguments(request, QString());
-    arguments.insert(u"-f"_s, u"returnStatusSbp"_s);
+    arguments.insert(u"-f"_s, QString::fromLatin1(operationcodes::returnStatusSbp));
 
     bool retry = true;
     PaymentProcessingAnswer answer;
     do {
-        answer = waitAndExecuteOperation(sbpRefundCode, arguments, &retry);
+        answer = waitAndExecuteOperation(operationcodes::Refund, arguments, &retry);
         // A configured code ends the refund as done, whatever the retry flag says.
         if (answer.status != 0 && answer.status != 1 &&
             settings.returnStatusSbpSuccessCodes.contains(answer.status)) {

@@ -1,5 +1,7 @@
 #include "emulatorcommand.h"
 
+#include <operationcodes.h>
+
 #include <QHash>
 #include <QSet>
 
@@ -7,8 +9,6 @@ using namespace Qt::Literals::StringLiterals;
 
 bool EmulatorCommand::parse(const QStringList &arguments, EmulatorCommand &command, QString &error)
 {
-    static const QSet<int> codes{Sale,        Refund,   Cancel,     Reconciliation,
-                                 ShortReport, SlipCopy, FullReport, Balance};
     static const QSet<QString> names{u"-a"_s, u"-c"_s, u"-d"_s, u"-e"_s,
                                      u"-f"_s, u"-o"_s, u"-r"_s, u"-t"_s};
     if (arguments.isEmpty()) {
@@ -17,7 +17,7 @@ bool EmulatorCommand::parse(const QStringList &arguments, EmulatorCommand &comma
     }
     bool ok = false;
     command.code = arguments.first().toInt(&ok, 10);
-    if (!ok || !codes.contains(command.code)) {
+    if (!ok || !operationcodes::find(command.code, {})) {
         error = u"Неизвестный код операции: %1"_s.arg(arguments.first());
         return false;
     }
@@ -34,21 +34,15 @@ bool EmulatorCommand::parse(const QStringList &arguments, EmulatorCommand &comma
         command.options.insert(name, arguments.at(i + 1));
     }
     if (command.has(u"-f"_s)) {
-        static const QHash<QString, int> functions{{u"paymentSbp"_s, Sale},
-                                                   {u"paymentStatusSbp"_s, Sale},
-                                                   {u"returnSbp"_s, Refund},
-                                                   {u"returnStatusSbp"_s, Refund}};
         const QString function = command.option(u"-f"_s);
-        if (functions.value(function, -1) != command.code) {
+        if (!operationcodes::find(command.code, function.toStdString())) {
             error = u"Неизвестная функция СБП для операции %1: '%2'"_s.arg(
                 QString::number(command.code), function);
             return false;
         }
     }
-    const QString function = command.option(u"-f"_s);
     const bool needsAmount =
-        command.code <= Cancel &&
-        (function.isEmpty() || function == "paymentSbp"_L1 || function == "returnSbp"_L1);
+        operationcodes::find(command.code, command.option(u"-f"_s).toStdString())->takesAmount;
     if (needsAmount) {
         const QString amount = command.option(u"-a"_s);
         amount.toLongLong(&ok, 10);

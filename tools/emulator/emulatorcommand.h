@@ -8,18 +8,7 @@
 // argument, which may be empty.
 struct EmulatorCommand
 {
-    enum Code {
-        Sale = 1,
-        Refund = 2,
-        Cancel = 3,
-        Reconciliation = 4,
-        ShortReport = 11,
-        SlipCopy = 12,
-        FullReport = 14,
-        Balance = 15,
-    };
-
-    int code = 0;
+    int code = 0; // operationcodes::Code
     QMap<QString, QString> options;
 
     QString option(const QString &name) const { return options.value(name); }

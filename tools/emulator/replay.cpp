@@ -76,10 +76,11 @@ Replay::Answer Replay::next(const QString &recording, double speed, const Emulat
     const RecordedRun &run = *found.run;
     const QString expected = identity(run.operation(), run.option(u"-f"_s), run.option(u"-a"_s));
     if (expected != asked) {
-        answer.refusal = u"воспроизведение записи %1: ожидался запуск %2 от %3 (%4), а пришёл "
-                         u"%5"_s.arg(recording)
-                             .arg(at.next + 1)
-                             .arg(run.started.toDateTime().toString(u"HH:mm:ss"_s), expected, asked);
+        answer.refusal =
+            u"воспроизведение записи %1: ожидался запуск %2 от %3 (%4), а пришёл "
+            u"%5"_s.arg(recording)
+                .arg(at.next + 1)
+                .arg(run.started.toDateTime().toString(u"HH:mm:ss"_s), expected, asked);
         return answer;
     }
     keepPosition(path, {at.next + 1, found.offset});

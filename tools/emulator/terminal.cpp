@@ -1,5 +1,7 @@
 #include "terminal.h"
 
+#include <operationcodes.h>
+
 #include "slip.h"
 
 #include <QThread>
@@ -91,17 +93,17 @@ EmulatorAnswer Terminal::run(const EmulatorCommand &command)
     if (command.has(u"-f"_s))
         return sbpOperation(command);
     switch (command.code) {
-    case EmulatorCommand::Sale:
-    case EmulatorCommand::Refund:
-    case EmulatorCommand::Cancel:
+    case operationcodes::Sale:
+    case operationcodes::Refund:
+    case operationcodes::Cancel:
         return cardOperation(command);
-    case EmulatorCommand::Reconciliation:
+    case operationcodes::Reconciliation:
         return reconciliation(command);
-    case EmulatorCommand::ShortReport:
+    case operationcodes::ShortReport:
         return report(command, false);
-    case EmulatorCommand::FullReport:
+    case operationcodes::FullReport:
         return report(command, true);
-    case EmulatorCommand::SlipCopy:
+    case operationcodes::SlipCopy:
         return slipCopy();
     default:
         return balance();
@@ -171,13 +173,13 @@ std::optional<EmulatorAnswer> Terminal::refusal(const Operation &operation,
 
 EmulatorAnswer Terminal::cardOperation(const EmulatorCommand &command)
 {
-    static const QHash<int, QString> kinds{{EmulatorCommand::Sale, u"sale"_s},
-                                           {EmulatorCommand::Refund, u"refund"_s},
-                                           {EmulatorCommand::Cancel, u"cancel"_s}};
+    static const QHash<int, QString> kinds{{operationcodes::Sale, u"sale"_s},
+                                           {operationcodes::Refund, u"refund"_s},
+                                           {operationcodes::Cancel, u"cancel"_s}};
     const QString reference = command.option(u"-r"_s);
     const Operation operation{
         kinds.value(command.code), command.option(u"-a"_s).toLongLong(), merchantOf(command),
-        command.code == EmulatorCommand::Sale ? nullptr : m_journal.sale(reference)};
+        command.code == operationcodes::Sale ? nullptr : m_journal.sale(reference)};
     if (const auto refusedAnswer = refusal(operation, reference))
         return *refusedAnswer;
     if (!waitForCustomer())
@@ -274,7 +276,7 @@ EmulatorAnswer Terminal::finish(const Operation &operation)
 EmulatorAnswer Terminal::sbpOperation(const EmulatorCommand &command)
 {
     const QString function = command.option(u"-f"_s);
-    const bool payment = command.code == EmulatorCommand::Sale;
+    const bool payment = command.code == operationcodes::Sale;
     const bool start = function == (payment ? "paymentSbp"_L1 : "returnSbp"_L1);
     // The payment's status query names the form in "-c", the refund's in "-r".
     const QString formId = command.option(payment && !start ? u"-c"_s : u"-r"_s);

@@ -258,10 +258,8 @@ DirectoryCheck::Report DirectoryCheck::run(const QString &directory)
         case SettingKind::IntegerList: {
             setting.isList = true;
             for (const QString &item : config.getStringList(configKey, {})) {
-                bool ok = false;
-                item.toInt(&ok, 10);
-                if (ok)
-                    setting.value.append(item);
+                if (const std::optional<int> code = settingkeys::integerItem(item))
+                    setting.value.append(QString::number(*code));
                 else
                     found(Kind::ItemDropped, u"%1: \"%2\" is not a 32-bit whole number and is "
                                              u"dropped"_s.arg(name, item));
@@ -271,8 +269,9 @@ DirectoryCheck::Report DirectoryCheck::run(const QString &directory)
         case SettingKind::TextList: {
             setting.isList = true;
             for (const QString &item : config.getStringList(configKey, {}))
-                if (!item.trimmed().isEmpty() && !setting.value.contains(item.trimmed().toUpper()))
-                    setting.value.append(item.trimmed().toUpper());
+                if (const std::optional<QString> text = settingkeys::textItem(item);
+                    text && !setting.value.contains(*text))
+                    setting.value.append(*text);
             break;
         }
         }

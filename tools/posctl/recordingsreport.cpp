@@ -1,5 +1,7 @@
 #include "recordingsreport.h"
 
+#include <operationcodes.h>
+
 #include "formatter.h"
 #include "jsonwriter.h"
 #include "output.h"
@@ -30,18 +32,14 @@ constexpr int scribeGraceMs = 500;
 
 QString operationName(const RecordedRun &run)
 {
-    static const QHash<QString, QString> functions{{u"paymentSbp"_s, u"SBP payment"_s},
-                                                   {u"paymentStatusSbp"_s, u"SBP payment status"_s},
-                                                   {u"returnSbp"_s, u"SBP refund"_s},
-                                                   {u"returnStatusSbp"_s, u"SBP refund status"_s}};
-    static const QHash<QString, QString> codes{
-        {u"1"_s, u"sale"_s},           {u"2"_s, u"refund"_s},        {u"3"_s, u"cancel"_s},
-        {u"4"_s, u"reconciliation"_s}, {u"11"_s, u"short report"_s}, {u"12"_s, u"slip copy"_s},
-        {u"14"_s, u"full report"_s},   {u"15"_s, u"balance"_s}};
     const QString function = run.option(u"-f"_s);
-    if (!function.isEmpty())
-        return functions.value(function, function);
-    return codes.value(run.operation(), u"operation "_s + run.operation());
+    bool ok = false;
+    const int code = run.operation().toInt(&ok, 10);
+    const operationcodes::Operation *operation =
+        ok ? operationcodes::find(code, function.toStdString()) : nullptr;
+    if (operation)
+        return QString::fromLatin1(operation->name);
+    return function.isEmpty() ? u"operation "_s + run.operation() : function;
 }
 
 QString amountOf(const RecordedRun &run)

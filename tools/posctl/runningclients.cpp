@@ -52,19 +52,16 @@ qint64 runningFor(const QString &pid)
     return qint64(uptime - fields.at(19).toDouble() / double(::sysconf(_SC_CLK_TCK)));
 }
 
-// The client's command line as it may be shown: the operation code, then each option with its
-// value, read in pairs as the client reads them, the customer's code by its length.
+// The client's command line as it may be shown: the program, then what FieldKinds shows of
+// the rest.
 QStringList shown(const QStringList &arguments)
 {
-    QStringList out = arguments.mid(0, 2);
-    for (qsizetype i = 2; i < arguments.size(); i += 2) {
-        out.append(arguments.at(i));
-        if (i + 1 < arguments.size()) {
-            QString value = arguments.at(i + 1);
-            OutputMask::maskTail(FieldKinds::ofOption(u16(arguments.at(i))), value, 0);
-            out.append(value);
-        }
-    }
+    QStringList out = arguments.mid(0, 1);
+    std::vector<std::string> bytes;
+    for (const QString &argument : arguments.mid(1))
+        bytes.push_back(argument.toStdString());
+    for (const std::string &argument : FieldKinds::shownArguments({bytes.begin(), bytes.end()}))
+        out.append(QString::fromStdString(argument));
     return out;
 }
 

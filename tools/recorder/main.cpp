@@ -110,19 +110,7 @@ struct Stream
 // the table does not know is the client's text, which only the scribe can mask: both by length.
 std::vector<std::string> shownArguments(int argc, char **argv)
 {
-    std::vector<std::string> shown;
-    for (int i = 1; i < argc; ++i) {
-        std::string value = argv[i];
-        if (i >= 3 && i % 2 == 1) {
-            const ValueKind kind = FieldKinds::ofOption(std::string_view(argv[i - 1]));
-            if (kind == ValueKind::CustomerQr)
-                value = "<QR " + std::to_string(value.size()) + " bytes>";
-            else if (kind != ValueKind::Host)
-                value = "<" + std::to_string(value.size()) + " bytes>";
-        }
-        shown.push_back(value);
-    }
-    return shown;
+    return FieldKinds::shownArguments({argv + 1, argv + argc});
 }
 
 // The customer's code the client was sent, for the scribe to find it by its value.
@@ -159,7 +147,8 @@ std::string scribeSocket;
 // Flushes to disk through the scribe's service, so that no process is made for it on every run.
 bool flushByScribe(const std::vector<int> &descriptors, std::chrono::milliseconds budget)
 {
-    return scribeprotocol::request(scribeSocket, "sync", descriptors, budget);
+    return scribeprotocol::request(scribeSocket, std::string(scribeprotocol::syncVerb), descriptors,
+                                   budget);
 }
 
 // Hands the kept outputs to the scribe as an in-memory file, so that handing them over never
@@ -186,8 +175,10 @@ std::string handToScribe(const std::string &directory, std::time_t day, const st
     }
     ::lseek(memory, 0, SEEK_SET);
     const std::string dayText = std::to_string(day);
-    if (scribeprotocol::request(scribeSocket, "output " + dayText + ' ' + run + ' ' + id, {memory},
-                                std::chrono::milliseconds(100))) {
+    if (scribeprotocol::request(scribeSocket,
+                                std::string(scribeprotocol::outputVerb) + ' ' + dayText + ' ' +
+                                    run + ' ' + id,
+                                {memory}, std::chrono::milliseconds(100))) {
         ::close(memory);
         return {};
     }

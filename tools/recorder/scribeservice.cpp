@@ -264,14 +264,14 @@ void ScribeService::serve(const QString &directory)
         std::istringstream words(request);
         std::string verb, day, run, id;
         words >> verb >> day >> run >> id;
-        if (verb == "sync") {
+        if (verb == scribeprotocol::syncVerb) {
             flushing.add([connection, descriptors, closeAll] {
                 for (int fd : descriptors)
                     ::fsync(fd);
                 [[maybe_unused]] const ssize_t n = ::write(connection, "1", 1);
                 closeAll(connection, descriptors);
             });
-        } else if (verb == "output" && descriptors.size() == 1 && !id.empty()) {
+        } else if (verb == scribeprotocol::outputVerb && descriptors.size() == 1 && !id.empty()) {
             [[maybe_unused]] const ssize_t n = ::write(connection, "1", 1);
             ::close(connection);
             const int memory = descriptors.front();
