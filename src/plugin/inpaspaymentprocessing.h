@@ -18,6 +18,21 @@
 // "./zelnorinpas" in the processing directory and turns its JSON answer into the host's answer.
 // Operations block the calling thread until the client has finished; interruptPayment() may be
 // called from another thread meanwhile.
+//
+// Where each method lives (src/):
+//   plugin/inpaspaymentprocessing.cpp   constructor, isPaymentEnable, isCancelEnable,
+//                                       interruptPayment
+//   config/processingdirectory.cpp      setProcessingDirectory (settings, options)
+//   operations/cardoperations.cpp       payment, cancel
+//   operations/serviceoperations.cpp    checkTotals[ByMerchantId], printReport[ByMerchantId],
+//                                       printShortReport, printCopy, balance
+//   sbp/sbppayment.cpp                  paymentByQRCodeOnPinPad, its status queries, formId
+//   sbp/sbprefund.cpp                   cancelByQRCodeOnPinPad, its status queries
+//   sbp/customerqr.cpp, scanqrparams.cpp customerQr, generateQrData; getScanQrParams
+//   client/arguments.cpp                getArguments
+//   client/operationpacing.cpp          waitAndExecuteOperation (pause, retries, exceptions)
+//   client/executecommand.cpp           executeCommand (the client run)
+//   answer/processanswer.cpp            processAnswer; answer/additionaldata.cpp addAdditionalData
 class InpasPaymentProcessing : public QObject, public BasicPaymentProcessing
 {
     Q_OBJECT
