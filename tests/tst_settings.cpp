@@ -3,8 +3,8 @@
 #include "fakeclient.h"
 
 #include <config.h>
-#include <singleton.h>
 #include <plugin/inpaspaymentprocessing.h>
+#include <singleton.h>
 
 #include <QTest>
 

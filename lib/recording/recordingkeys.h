@@ -10,6 +10,7 @@ inline constexpr const char *start = "start";               // before the client
 inline constexpr const char *end = "end";                   // once it has ended
 inline constexpr const char *output = "output";             // what it wrote, masked
 inline constexpr const char *acknowledged = "acknowledged"; // a host has its answer
+inline constexpr const char *settled = "settled";           // a person settled a run (id)
 
 // Every line of a run.
 inline constexpr const char *id = "id";
@@ -46,6 +47,11 @@ inline constexpr const char *outputsStart = ",\"stdout\":";
 
 // acknowledged
 inline constexpr const char *pids = "pids";
+
+// settled: how ("cancelled", "kept", "not-charged"), by whom (the user), a note
+inline constexpr const char *how = "how";
+inline constexpr const char *by = "by";
+inline constexpr const char *note = "note";
 
 // The environment variable by which a host that acknowledges its answers names itself to the
 // recorder.

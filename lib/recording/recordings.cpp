@@ -160,8 +160,11 @@ void readInto(const QString &path, Recordings::Day &day, QHash<QString, qsizetyp
               Recordings::Streams streams)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (!file.open(QIODevice::ReadOnly)) {
+        if (QFileInfo::exists(path))
+            day.unreadable.append(path + u": "_s + file.errorString());
         return;
+    }
     // A run takes one to two kilobytes of lines.
     day.runs.reserve(day.runs.size() + file.size() / 1024);
     const QString name = QFileInfo(path).fileName();
@@ -196,6 +199,11 @@ void readInto(const QString &path, Recordings::Day &day, QHash<QString, qsizetyp
             const RecordedTime when = timeOf(line.text(k::time));
             for (const qint64 pid : line.integers(k::pids))
                 day.acknowledgements.append({pid, when});
+            continue;
+        }
+        if (kind == eventName(k::settled) && !line.text(k::id).isEmpty()) {
+            day.settlements.append({line.text(k::id), timeOf(line.text(k::time)), line.text(k::how),
+                                    line.text(k::by), line.text(k::note)});
             continue;
         }
         const QString id = ok ? line.text(k::id) : QString();
@@ -354,6 +362,20 @@ Recordings::Day Recordings::read(const QString &processingDirectory, const QDate
         runs.append(&run);
     acknowledge(runs, day.acknowledgements);
     return day;
+}
+
+QList<QDate> Recordings::days(const QString &processingDirectory)
+{
+    QList<QDate> days;
+    const QDir dir(folder(processingDirectory));
+    // Named YYYY-MM-DD.jsonl, or YYYY-MM-DD.RUN.jsonl for a run's own file.
+    for (const QString &name :
+         dir.entryList({u"*.jsonl"_s}, QDir::Files | QDir::System, QDir::Name)) {
+        const QDate day = QDate::fromString(name.left(10), Qt::ISODate);
+        if (day.isValid() && (days.isEmpty() || days.last() != day))
+            days.append(day);
+    }
+    return days;
 }
 
 Recordings::Day Recordings::readFile(const QString &path)

@@ -114,6 +114,18 @@ public:
         QList<Problem> problems;
         // The host's acknowledgements: process ids and when.
         QList<std::pair<qint64, RecordedTime>> acknowledgements;
+        // Runs a person settled, of this day or any earlier one.
+        struct Settlement
+        {
+            QString runId;
+            RecordedTime at;
+            QString how;
+            QString by;
+            QString note;
+        };
+        QList<Settlement> settlements;
+        // Files of the day that exist and cannot be read, with why.
+        QStringList unreadable;
 
         QStringList problemTexts() const;
     };
@@ -127,6 +139,9 @@ public:
     // skipped and named in problems. Acknowledgements of the day mark its runs.
     static Day read(const QString &processingDirectory, const QDate &day,
                     Streams streams = Streams::Skipped);
+    // The days the folder holds recordings of, oldest first; files it cannot list or that are
+    // not a day's are left out.
+    static QList<QDate> days(const QString &processingDirectory);
     // One file alone, with the streams.
     static Day readFile(const QString &path);
     // The first run of a file whose start line is at offset or after, with its streams, and the

@@ -193,16 +193,49 @@ bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &gl
                 invocation.formTime = time;
                 break;
             }
-            case Option::Day: {
+            case Option::Day:
+            case Option::Since:
+            case Option::Until: {
                 if (!value(text))
                     return false;
                 const QDate day = QDate::fromString(text, Qt::ISODate);
                 if (!day.isValid()) {
-                    error = u"option --day needs a day as yyyy-MM-dd, not %1"_s.arg(
-                        Formatter::quoted(text));
+                    error = u"option %1 needs a day as yyyy-MM-dd, not %2"_s.arg(
+                        word, Formatter::quoted(text));
                     return false;
                 }
-                invocation.day = day;
+                (row->option == Option::Day     ? invocation.day
+                 : row->option == Option::Since ? invocation.since
+                                                : invocation.until) = day;
+                break;
+            }
+            case Option::As:
+                if (!value(invocation.settleAs))
+                    return false;
+                break;
+            case Option::Note:
+                if (!value(invocation.note))
+                    return false;
+                break;
+            case Option::Monitoring:
+                invocation.monitoring = true;
+                break;
+            case Option::Open:
+                invocation.open = true;
+                break;
+            case Option::FailedRuns:
+            case Option::KeepDays: {
+                int n = 0;
+                if (!number(n))
+                    return false;
+                if (n < 1) {
+                    error = u"option %1 needs a number of at least 1"_s.arg(word);
+                    return false;
+                }
+                if (row->option == Option::FailedRuns)
+                    invocation.failedRuns = n;
+                else
+                    invocation.keepDays = n;
                 break;
             }
             case Option::Force:
@@ -261,16 +294,22 @@ bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &gl
             return false;
         }
     }
+    const bool optional = spec.argument == CommandTable::Argument::Maintenance;
     const int wanted = spec.argument == CommandTable::Argument::None ? 0 : 1;
-    if (invocation.positional.size() != wanted) {
+    if (optional && invocation.positional.isEmpty()) {
+        // recordings, listing
+    } else if (invocation.positional.size() != wanted) {
         if (wanted == 1 && invocation.positional.isEmpty()) {
             switch (spec.argument) {
             case CommandTable::Argument::Amount:
                 error = u"%1 needs an amount in minor units (150000 is 1500.00)"_s.arg(
                     invocation.command);
                 break;
-            case CommandTable::Argument::OnOff:
-                error = u"%1 needs on or off"_s.arg(invocation.command);
+            case CommandTable::Argument::RecorderAction:
+                error = u"%1 needs on, off or status"_s.arg(invocation.command);
+                break;
+            case CommandTable::Argument::Run:
+                error = u"%1 needs a run's id, as check names it"_s.arg(invocation.command);
                 break;
             default:
                 error = u"%1 needs a directory"_s.arg(invocation.command);
@@ -283,10 +322,25 @@ bool CommandLine::parse(const QStringList &words, Scope scope, GlobalOptions &gl
         }
         return false;
     }
-    if (spec.argument == CommandTable::Argument::OnOff &&
-        invocation.positional.first() != "on"_L1 && invocation.positional.first() != "off"_L1) {
-        error = u"%1 needs on or off, not %2"_s.arg(
-            invocation.command, Formatter::quoted(invocation.positional.first()));
+    const QString first = invocation.positional.value(0);
+    if (spec.argument == CommandTable::Argument::RecorderAction && first != "on"_L1 &&
+        first != "off"_L1 && first != "status"_L1) {
+        error = u"%1 needs on, off or status, not %2"_s.arg(invocation.command,
+                                                            Formatter::quoted(first));
+        return false;
+    }
+    if (optional && !first.isEmpty() && first != "prune"_L1) {
+        error = u"%1 takes nothing, or prune, not %2"_s.arg(invocation.command,
+                                                            Formatter::quoted(first));
+        return false;
+    }
+    if (optional && (first == "prune"_L1) != invocation.keepDays.has_value()) {
+        error = first == "prune"_L1 ? u"%1 prune needs --keep-days N"_s.arg(invocation.command)
+                                    : u"--keep-days goes with %1 prune"_s.arg(invocation.command);
+        return false;
+    }
+    if (spec.argument == CommandTable::Argument::Run && invocation.settleAs.isEmpty()) {
+        error = u"%1 needs --as cancelled, kept or not-charged"_s.arg(invocation.command);
         return false;
     }
     if (spec.argument == CommandTable::Argument::Amount) {

@@ -28,7 +28,15 @@ struct Invocation
     int formSequence = 0;
     std::optional<QDateTime> formTime;
     std::optional<QDate> day; // of the recordings to list
-    bool force = false;       // recorder off over a newer client
+    std::optional<QDate> since;
+    std::optional<QDate> until;
+    bool open = false; // only the runs that need a person
+    std::optional<int> keepDays;
+    bool force = false; // recorder off over a newer client
+    QString settleAs;
+    QString note;
+    bool monitoring = false;
+    int failedRuns = 5;
 };
 
 // Options that concern posctl itself rather than one request.

@@ -135,26 +135,27 @@ const QList<CommandTable::Command> &CommandTable::commands()
          balance,
          nullptr,
          "account balance"},
-        {"check"_L1,
-         A::None,
-         {},
-         P::CommandLine,
-         S::Information,
-         G::None,
-         nullptr,
-         &PosctlHost::check,
+        {"check"_L1, A::None, O::Monitoring | O::FailedRuns, P::CommandLine, S::Information,
+         G::None, nullptr, &PosctlHost::check,
          "look at the processing directory as the plug-in will: the client, one\n"
          "still running, the configuration file, the settings in effect, and\n"
          "with the recorder on, any approval that never reached the host (exit 1\n"
          "on a problem)"},
-        {"recorder"_L1, A::OnOff, O::Force, P::CommandLine, S::Information, G::None, nullptr,
-         &PosctlHost::recorder,
+        {"recorder"_L1, A::RecorderAction, O::Force, P::CommandLine, S::Information, G::None,
+         nullptr, &PosctlHost::recorder,
          "put the recorder in front of the payment client, or take it away:\n"
-         "it keeps every run with the terminal in recordings/"},
-        {"recordings"_L1, A::None, O::Day, P::CommandLine, S::Information, G::None, nullptr,
-         &PosctlHost::recordings,
-         "the runs the recorder kept on a day (--day yyyy-MM-dd, today by\n"
-         "default): time, operation, result, duration, delivered or not"},
+         "it keeps every run with the terminal in recordings/; status says\n"
+         "whether it is on, and what it holds"},
+        {"settle"_L1, A::Run, O::As | O::Note, P::CommandLine, S::Information, G::None, nullptr,
+         &PosctlHost::settle,
+         "record that a person settled a run check named: --as cancelled (reversed\n"
+         "on the terminal), kept (the till has the sale) or not-charged"},
+        {"recordings"_L1, A::Maintenance, O::Day | O::Since | O::Until | O::Open | O::KeepDays,
+         P::CommandLine, S::Information, G::None, nullptr, &PosctlHost::recordings,
+         "the runs the recorder kept on a day (--day, today by default) or\n"
+         "days (--since, --until): time, operation, amount, result, delivered,\n"
+         "settled; --open: only runs that need a person. recordings prune\n"
+         "--keep-days N removes older days that hold no open run"},
         {"scan-params"_L1,
          A::None,
          {},
@@ -235,11 +236,21 @@ const QList<CommandTable::OptionRow> &CommandTable::options()
         {"--form-time"_L1, O::FormTime, V::Time, "TIME"_L1,
          "last part of the SBP form identifier, as yyyy-MM-ddThh:mm:ss (now by\ndefault)"},
         {"--day"_L1, O::Day, V::Day, "DAY"_L1, "the day to list, as yyyy-MM-dd"},
-        {"--force"_L1,
-         O::Force,
+        {"--as"_L1, O::As, V::Text, "HOW"_L1, "cancelled, kept or not-charged"},
+        {"--note"_L1, O::Note, V::Text, "TEXT"_L1, "why, for whoever reads the recordings"},
+        {"--monitoring"_L1,
+         O::Monitoring,
          V::None,
          {},
-         "take the recorder away even over a newer client"},
+         "one status line; exit 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN"},
+        {"--failed-runs"_L1, O::FailedRuns, V::Number, "N"_L1,
+         "warn when the last N client runs all failed (default 5)"},
+        {"--since"_L1, O::Since, V::Day, "DAY"_L1, "the first day to list, as yyyy-MM-dd"},
+        {"--until"_L1, O::Until, V::Day, "DAY"_L1, "the last day to list (today by default)"},
+        {"--open"_L1, O::Open, V::None, {}, "only the runs that need a person"},
+        {"--keep-days"_L1, O::KeepDays, V::Number, "N"_L1,
+         "prune: keep the last N days (and any day with an open run)"},
+        {"--force"_L1, O::Force, V::None, {}, "take the recorder away even over a newer client"},
     };
     return table;
 }
@@ -270,8 +281,12 @@ QString CommandTable::help()
             QString head = row.name;
             if (row.argument == Argument::Amount)
                 head += u" AMOUNT"_s;
-            else if (row.argument == Argument::OnOff)
-                head += u" on|off"_s;
+            else if (row.argument == Argument::RecorderAction)
+                head += u" on|off|status"_s;
+            else if (row.argument == Argument::Run)
+                head += u" RUN"_s;
+            else if (row.argument == Argument::Maintenance)
+                head += u" [prune]"_s;
             else if (row.argument == Argument::Directory)
                 head += u" DIR"_s;
             text += helpLine(head, QString::fromUtf8(row.help));

@@ -16,7 +16,14 @@ class CommandTable
 {
 public:
     // The command's positional argument.
-    enum class Argument { None, Amount, Directory, OnOff };
+    enum class Argument {
+        None,
+        Amount,
+        Directory,
+        RecorderAction, // on, off or status
+        Run,            // a recorded run's id
+        Maintenance,    // nothing, or prune
+    };
 
     // The options a command takes besides the global ones.
     enum class Option {
@@ -32,6 +39,14 @@ public:
         FormTime = 0x200,
         Day = 0x400,
         Force = 0x800,
+        As = 0x1000,
+        Note = 0x2000,
+        Monitoring = 0x4000,
+        FailedRuns = 0x8000,
+        Since = 0x10000,
+        Until = 0x20000,
+        Open = 0x40000,
+        KeepDays = 0x80000,
     };
     Q_DECLARE_FLAGS(Options, Option)
 

@@ -188,14 +188,52 @@ bool DirectoryCheck::Report::ok() const
                         [](const Finding &finding) { return finding.isProblem(); });
 }
 
-DirectoryCheck::Report DirectoryCheck::run(const QString &directory)
+DirectoryCheck::Status DirectoryCheck::monitoringStatus(const Report &report)
+{
+    using Kind = Finding::Kind;
+    Status status = Status::Ok;
+    for (const Finding &finding : report.findings) {
+        if (finding.kind == Kind::NoDirectory || finding.kind == Kind::NotADirectory ||
+            finding.kind == Kind::RecordingsUnreadable)
+            return Status::Unknown;
+        if (finding.severity == Finding::Severity::Critical)
+            status = Status::Critical;
+        else if (finding.severity == Finding::Severity::Warning && status == Status::Ok)
+            status = Status::Warning;
+    }
+    return status;
+}
+
+QString DirectoryCheck::monitoringLine(const Report &report, Status status)
+{
+    static const char *const names[] = {"OK", "WARNING", "CRITICAL", "UNKNOWN"};
+    QStringList problems;
+    int open = 0;
+    for (const Finding &finding : report.findings) {
+        if (!finding.isProblem())
+            continue;
+        open += finding.kind == Finding::Kind::UnseenApproval ||
+                finding.kind == Finding::Kind::UnknownOutcome;
+        problems.append(
+            Finding::kindName(finding.kind) +
+            (finding.run.isEmpty() ? QString() : u" run "_s + finding.run) +
+            (finding.referenceNumber.isEmpty() ? QString() : u" rrn "_s + finding.referenceNumber));
+    }
+    return u"INPAS %1 - %2: %3 | open_runs=%4 problems=%5"_s
+        .arg(QLatin1StringView(names[int(status)]), report.directory,
+             problems.isEmpty() ? u"all is well"_s : problems.join(u"; "_s))
+        .arg(open)
+        .arg(problems.size());
+}
+
+DirectoryCheck::Report DirectoryCheck::run(const QString &directory, int failedRuns)
 {
     using Kind = Finding::Kind;
     Report report;
     report.directory = directory;
     report.findings = clientFindings(directory);
     reportClients(report);
-    RecordingsReport::addFindings(directory, report.findings);
+    RecordingsReport::addFindings(directory, report.findings, failedRuns);
 
     const QString configPath = QDir(directory).filePath(configName);
     QHash<QString, int> keyLines;

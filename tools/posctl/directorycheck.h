@@ -31,7 +31,16 @@ public:
         bool ok() const;
     };
 
-    static Report run(const QString &directory);
+    // failedRuns: how many failed client runs in a row are worth a warning.
+    static Report run(const QString &directory, int failedRuns = 5);
+
+    // The states of monitoring systems (Nagios, Icinga, Zabbix agents): also posctl check
+    // --monitoring's exit status.
+    enum class Status { Ok = 0, Warning = 1, Critical = 2, Unknown = 3 };
+    // Unknown when check could not look at what it must (the directory, the recordings).
+    static Status monitoringStatus(const Report &report);
+    // "INPAS CRITICAL - 1 unseen approval (run ..., reference number ...); ..." in one line.
+    static QString monitoringLine(const Report &report, Status status);
     static QString text(const Report &report);
     static QString json(const Report &report);
 

@@ -40,11 +40,15 @@ constexpr KindRow kinds[] = {
     {Finding::Kind::ScribeMissing, "scribeMissing", Finding::Severity::Warning},
     {Finding::Kind::RecordingsUnwritable, "recordingsUnwritable", Finding::Severity::Critical},
     {Finding::Kind::RecordingsNotAFolder, "recordingsNotAFolder", Finding::Severity::Critical},
+    {Finding::Kind::RecordingsUnreadable, "recordingsUnreadable", Finding::Severity::Critical},
+    {Finding::Kind::RecorderOffOverOpenRuns, "recorderOffOverOpenRuns", Finding::Severity::Warning},
+    {Finding::Kind::RepeatedFailures, "repeatedFailures", Finding::Severity::Warning},
     {Finding::Kind::RecordingFailed, "recordingFailed", Finding::Severity::Critical},
     {Finding::Kind::LineUnreadable, "lineUnreadable", Finding::Severity::Warning},
     {Finding::Kind::OutputsMissing, "outputsMissing", Finding::Severity::Warning},
     {Finding::Kind::UnseenApproval, "unseenApproval", Finding::Severity::Critical},
     {Finding::Kind::UnknownOutcome, "unknownOutcome", Finding::Severity::Critical},
+    {Finding::Kind::SettledRun, "settledRun", Finding::Severity::Info},
 };
 
 const KindRow &row(Finding::Kind kind)

@@ -38,12 +38,16 @@ struct Finding
         ScribeMissing,
         RecordingsUnwritable,
         RecordingsNotAFolder,
+        RecordingsUnreadable,
+        RecorderOffOverOpenRuns,
+        RepeatedFailures,
         RecordingFailed,
         LineUnreadable,
         OutputsMissing,
         // Runs that need a person.
         UnseenApproval,
         UnknownOutcome,
+        SettledRun,
     };
     enum class Severity { Info, Warning, Critical };
 

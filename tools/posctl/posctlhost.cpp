@@ -9,6 +9,9 @@
 #include "output.h"
 #include "recordersetup.h"
 #include "recordingsreport.h"
+#include "runledger.h"
+
+#include <QFileInfo>
 
 #include <externalprocessthread.h>
 
@@ -133,10 +136,15 @@ int PosctlHost::runOperation(const Invocation &invocation, int batchLine)
     return outcome.exitCode;
 }
 
-int PosctlHost::check(const Invocation &)
+int PosctlHost::check(const Invocation &invocation)
 {
-    const DirectoryCheck::Report report =
-        DirectoryCheck::run(CommandRunner::processingDirectory(*m_processor));
+    const DirectoryCheck::Report report = DirectoryCheck::run(
+        CommandRunner::processingDirectory(*m_processor), invocation.failedRuns);
+    if (invocation.monitoring) {
+        const DirectoryCheck::Status status = DirectoryCheck::monitoringStatus(report);
+        write(stdout, DirectoryCheck::monitoringLine(report, status) + u'\n');
+        return int(status);
+    }
     write(stdout, m_json ? DirectoryCheck::json(report) + u'\n' : DirectoryCheck::text(report));
     return report.ok() ? ExitStatus::Success : ExitStatus::Failure;
 }
@@ -144,6 +152,11 @@ int PosctlHost::check(const Invocation &)
 int PosctlHost::recorder(const Invocation &invocation)
 {
     const QString directory = CommandRunner::processingDirectory(*m_processor);
+    if (invocation.positional.first() == "status"_L1) {
+        Output out(stdout);
+        RecordingsReport::writeStatus(out, directory, m_json);
+        return ExitStatus::Success;
+    }
     QString message;
     const bool done = invocation.positional.first() == "on"_L1
                           ? RecorderSetup::turnOn(directory, message)
@@ -162,13 +175,41 @@ int PosctlHost::recorder(const Invocation &invocation)
 int PosctlHost::recordings(const Invocation &invocation)
 {
     const QString directory = CommandRunner::processingDirectory(*m_processor);
-    const QDate day = invocation.day.value_or(QDate::currentDate());
-    const Recordings::Day runs = Recordings::read(directory, day);
+    if (!QFileInfo(Recordings::folder(directory)).isDir()) {
+        complain(u"there are no recordings in %1 (%2 is not a folder): the recorder was never on "
+                 u"there"_s.arg(directory, Recordings::folder(directory)));
+        return ExitStatus::Failure;
+    }
+    if (invocation.keepDays) {
+        QString message;
+        const bool pruned = RecordingsReport::prune(directory, *invocation.keepDays, message);
+        (pruned ? write(stdout, message + u'\n') : complain(message));
+        return pruned ? ExitStatus::Success : ExitStatus::Failure;
+    }
+    RecordingsReport::Selection selection;
+    if (invocation.since || invocation.until) {
+        selection.since = invocation.since.value_or(QDate(2000, 1, 1));
+        selection.until = invocation.until.value_or(QDate::currentDate());
+    } else {
+        selection.since = selection.until = invocation.day.value_or(QDate::currentDate());
+    }
+    selection.openOnly = invocation.open;
     Output out(stdout);
-    if (m_json)
-        RecordingsReport::writeJson(out, directory, day, runs);
-    else
-        RecordingsReport::writeText(out, directory, day, runs);
+    RecordingsReport::write(out, directory, selection, m_json);
+    return ExitStatus::Success;
+}
+
+int PosctlHost::settle(const Invocation &invocation)
+{
+    const QString directory = CommandRunner::processingDirectory(*m_processor);
+    QString message;
+    const RunLedger::Refusal refused = RunLedger::recordSettling(
+        directory, invocation.positional.first(), invocation.settleAs, invocation.note, message);
+    if (refused != RunLedger::Refusal::None) {
+        complain(message);
+        return refused == RunLedger::Refusal::BadWay ? ExitStatus::UsageError : ExitStatus::Failure;
+    }
+    write(stdout, message + u'\n');
     return ExitStatus::Success;
 }
 

@@ -27,6 +27,7 @@ public:
     int check(const Invocation &invocation);
     int recorder(const Invocation &invocation);
     int recordings(const Invocation &invocation);
+    int settle(const Invocation &invocation);
     int scanParams(const Invocation &invocation);
     int options(const Invocation &invocation);
     int batch(const Invocation &invocation);

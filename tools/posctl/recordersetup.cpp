@@ -16,6 +16,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -48,16 +49,32 @@ void syncDirectory(const QString &directory)
 
 // Copies a program in under a temporary name, on disk whole, so that the one rename that puts it
 // in place is all a client run can ever see of it.
+// The owner the files put in the client's place take: the client's, so that whoever runs the
+// client runs them. Only root can give a file to another user.
+struct Owner
+{
+    uid_t uid;
+    gid_t gid;
+};
+std::optional<Owner> owner;
+
+QString userName(uid_t uid)
+{
+    const passwd *entry = ::getpwuid(uid);
+    return entry ? QString::fromLocal8Bit(entry->pw_name) : QString::number(uid);
+}
+
 bool copyIn(const QString &from, const QString &temporary, QFile::Permissions permissions,
             QString &error)
 {
     QFile::remove(temporary);
     QFile in(from);
     QFile out(temporary);
-    const bool copied = in.open(QIODevice::ReadOnly) &&
-                        out.open(QIODevice::WriteOnly | QIODevice::NewOnly) &&
-                        out.write(in.readAll()) == in.size() && out.flush() &&
-                        ::fsync(out.handle()) == 0 && out.setPermissions(permissions);
+    const bool copied =
+        in.open(QIODevice::ReadOnly) && out.open(QIODevice::WriteOnly | QIODevice::NewOnly) &&
+        out.write(in.readAll()) == in.size() && out.flush() && ::fsync(out.handle()) == 0 &&
+        (!owner || ::fchown(out.handle(), owner->uid, owner->gid) == 0) &&
+        out.setPermissions(permissions);
     out.close();
     if (!copied) {
         error = u"cannot copy %1 to %2: %3"_s.arg(
@@ -161,7 +178,7 @@ bool RecorderSetup::turnOn(const QString &directory, QString &message)
     const QString scribePath = dir.filePath(QLatin1StringView(scribe));
     if (isOn(directory)) {
         message = u"the recorder is already on in %1 (the client is %2)"_s.arg(directory, realPath);
-        return false;
+        return true;
     }
     if (!QFileInfo(clientPath).isFile()) {
         message = u"there is no payment client %1 to record"_s.arg(clientPath);
@@ -179,8 +196,24 @@ bool RecorderSetup::turnOn(const QString &directory, QString &message)
             return false;
         }
     }
-    // Whoever may run the client may run the recorder that takes its place.
+    // Whoever may run the client may run the recorder that takes its place: its owner, group and
+    // mode.
     const QFile::Permissions permissions = QFileInfo(clientPath).permissions();
+    struct stat clientStat = {};
+    if (::stat(encoded(clientPath).constData(), &clientStat) != 0) {
+        message = u"cannot look at %1: %2"_s.arg(clientPath,
+                                                 QString::fromLocal8Bit(std::strerror(errno)));
+        return false;
+    }
+    owner.reset();
+    if (::geteuid() == 0) {
+        owner = Owner{clientStat.st_uid, clientStat.st_gid};
+    } else if (clientStat.st_uid != ::geteuid()) {
+        message = u"the client %1 belongs to %2: a recorder put there by %3 would be %3's, and %2 "
+                  u"could not be relied on to run it; run posctl recorder on as %2 or as "
+                  u"root"_s.arg(clientPath, userName(clientStat.st_uid), userName(::geteuid()));
+        return false;
+    }
     // What an interrupted earlier turnOn() may have left: the client's second name.
     if (identity(realPath) && identity(realPath) == identity(clientPath))
         QFile::remove(realPath);
@@ -215,7 +248,7 @@ bool RecorderSetup::turnOff(const QString &directory, Force force, QString &mess
     const QString realPath = dir.filePath(QLatin1StringView(realClient));
     if (!isOn(directory)) {
         message = u"the recorder is not on in %1"_s.arg(directory);
-        return false;
+        return true;
     }
     if (message = busy(directory); !message.isEmpty())
         return false;

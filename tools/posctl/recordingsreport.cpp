@@ -6,6 +6,7 @@
 #include "jsonwriter.h"
 #include "output.h"
 #include "recordersetup.h"
+#include "runledger.h"
 #include "runningclients.h"
 
 #include <QDir>
@@ -13,6 +14,7 @@
 #include <QHash>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QSet>
 #include <QThread>
 
 #include <cerrno>
@@ -111,92 +113,331 @@ bool outputsOnTheirWay(const RecordedRun &run)
            QDateTime::currentMSecsSinceEpoch() - run.endedAt.msecs < 5000;
 }
 
-// The runs of today and yesterday, acknowledgements matched across both, read again after a
-// moment when the outputs of a run that has just ended are still on their way.
-QList<Recordings::Day> recentDays(const QString &directory)
+// Every day's runs, read again after a moment when the outputs of a run that has just ended
+// are still on their way.
+RunLedger recordedRuns(const QString &directory)
 {
-    QList<Recordings::Day> days;
-    const QDate today = QDate::currentDate();
-    for (int attempt = 0;; ++attempt) {
-        days = {Recordings::read(directory, today.addDays(-1)), Recordings::read(directory, today)};
-        QList<RecordedRun *> runs;
-        for (Recordings::Day &day : days)
-            for (RecordedRun &run : day.runs)
-                runs.append(&run);
-        Recordings::acknowledge(runs, days.first().acknowledgements + days.last().acknowledgements);
-        if (attempt > 0 || std::none_of(runs.cbegin(), runs.cend(), [](const RecordedRun *run) {
-                return outputsOnTheirWay(*run);
-            }))
-            break;
+    RunLedger ledger = RunLedger::read(directory);
+    const QList<Recordings::Day> &days = ledger.days();
+    if (!days.isEmpty() &&
+        std::any_of(days.last().runs.cbegin(), days.last().runs.cend(),
+                    [](const RecordedRun &run) { return outputsOnTheirWay(run); })) {
         QThread::msleep(scribeGraceMs);
+        ledger = RunLedger::read(directory);
     }
-    return days;
+    return ledger;
 }
 
-// Why a run whose output holds an approval did not give its host that approval, or an empty
-// text when it did.
-QString approvalNotTaken(const RecordedRun &run)
+// Whether the last runs, as many as count, all failed: the terminal or its line may be down.
+// SBP status queries are left out: "not yet paid" is their daily bread.
+QList<const RecordedRun *> lastFailures(const RunLedger &ledger, int count)
 {
-    if (run.signal)
-        return u"the client was ended by signal %1 after it printed the approval"_s.arg(
-            *run.signal);
-    if (run.exitStatus.value_or(0) != 0)
-        return u"the client exited with status %1 after it printed the approval, so the host "
-               u"took it for a failure"_s.arg(*run.exitStatus);
-    if (!run.host.isEmpty() && !run.acknowledged)
-        return u"%1 never acknowledged it (killed, stopped, the power lost, or its output "
-               u"closed)"_s.arg(run.host);
-    if (run.host.isEmpty() && !run.delivered)
-        return u"it did not reach the host (the host was gone, or stopped reading)"_s;
-    return {};
+    QList<const RecordedRun *> failed;
+    const QList<Recordings::Day> &days = ledger.days();
+    for (qsizetype d = days.size() - 1; d >= 0 && failed.size() < count; --d) {
+        const QList<RecordedRun> &runs = days.at(d).runs;
+        for (qsizetype r = runs.size() - 1; r >= 0 && failed.size() < count; --r) {
+            const RecordedRun &run = runs.at(r);
+            if (run.option(u"-f"_s).endsWith(u"StatusSbp"_s) || !run.ended)
+                continue;
+            if (run.approval() || run.answer.status == 1)
+                return {};
+            failed.append(&run);
+        }
+    }
+    return failed.size() == count ? failed : QList<const RecordedRun *>{};
 }
 
 } // namespace
 
-void RecordingsReport::writeText(Output &out, const QString &directory, const QDate &day,
-                                 const Recordings::Day &runs)
+namespace {
+
+QString settlingText(const RunLedger::Entry &entry)
 {
-    out << u"recordings of %1 in %2: %3 run%4\n"_s.arg(day.toString(Qt::ISODate), directory)
-               .arg(runs.runs.size())
-               .arg(runs.runs.size() == 1 ? QString() : u"s"_s);
-    for (const RecordedRun &run : runs.runs) {
-        const QString reference = run.answer.referenceNumber;
-        out << u"  %1  %2%3  %4  %5\n"_s.arg(
-            summary(run).leftJustified(36), resultOf(run),
-            reference.isEmpty() ? QString() : u", reference number "_s + reference,
-            run.ended ? u"%1 ms"_s.arg(run.durationMs) : u"-"_s, delivery(run));
+    if (entry.settled)
+        return u"settled as %1 by %2"_s.arg(RunLedger::howName(entry.settled->how),
+                                            entry.settled->by);
+    switch (entry.need) {
+    case RunLedger::Need::UnseenApproval:
+        return u"OPEN: an approval the host never took"_s;
+    case RunLedger::Need::UnknownOutcome:
+        return u"OPEN: outcome unknown"_s;
+    case RunLedger::Need::Nothing:
+        break;
     }
-    for (const QString &problem : runs.problemTexts())
-        out << u"  note: "_s << problem << u'\n';
+    return entry.settles.isEmpty() ? QString() : u"settles run %1"_s.arg(entry.settles);
 }
 
-void RecordingsReport::writeJson(Output &out, const QString &directory, const QDate &day,
-                                 const Recordings::Day &runs)
+bool isOpen(const RunLedger::Entry &entry)
 {
-    // Written a run at a time: a day may hold a hundred thousand.
-    out << u"{\"directory\":"_s << JsonWriter::encode(directory) << u",\"day\":"_s
-        << JsonWriter::encode(day.toString(Qt::ISODate)) << u",\"runs\":["_s;
-    bool first = true;
-    for (const RecordedRun &run : runs.runs) {
-        const RecordedAnswer &answer = run.answer;
-        JsonWriter item;
-        item.add(u"id"_s, run.id)
-            .add(u"time"_s, run.started.toDateTime().toString(Qt::ISODateWithMs))
-            .add(u"operation"_s, operationName(run))
-            .addRaw(u"arguments"_s, JsonWriter::encode(run.arguments()))
-            .add(u"ended"_s, run.ended);
-        if (run.ended)
-            item.add(u"ending"_s, run.ending())
-                .add(u"durationMs"_s, run.durationMs)
-                .add(u"delivered"_s, run.delivered)
-                .add(u"status"_s, answer.status ? QJsonValue(*answer.status) : QJsonValue())
-                .add(u"text"_s, answer.text)
-                .add(u"referenceNumber"_s, answer.referenceNumber);
-        out << (first ? QString() : u","_s) << item.toString();
-        first = false;
+    return entry.need != RunLedger::Need::Nothing && !entry.settled;
+}
+
+// The approved operations of a day, counted and summed as recorded.
+struct Summary
+{
+    struct Line
+    {
+        const char *name;
+        int count = 0;
+        qint64 sum = 0;
+    };
+    Line lines[5] = {{"sales"}, {"refunds"}, {"cancels"}, {"SBP payments"}, {"SBP refunds"}};
+    qint64 lastSbpAmount = 0; // a status query names no amount: its payment's
+
+    void add(const RecordedRun &run)
+    {
+        const QString function = run.option(u"-f"_s);
+        bool ok = false;
+        qint64 amount = run.option(u"-a"_s).toLongLong(&ok);
+        if (function == "paymentSbp"_L1 || function == "returnSbp"_L1)
+            lastSbpAmount = ok ? amount : 0;
+        if (!ok)
+            amount = lastSbpAmount;
+        if (!run.approval())
+            return;
+        const QString code = run.operation();
+        int line = -1;
+        if (function.isEmpty())
+            line = code == "1"_L1 ? 0 : code == "2"_L1 ? 1 : code == "3"_L1 ? 2 : -1;
+        else
+            line = function.startsWith(u"payment"_s) ? 3 : 4;
+        if (line >= 0) {
+            ++lines[line].count;
+            lines[line].sum += amount;
+        }
     }
-    out << u"],\"problems\":"_s
-        << JsonWriter::encode(QJsonArray::fromStringList(runs.problemTexts())) << u"}\n"_s;
+    QString text() const
+    {
+        QStringList parts;
+        for (const Line &line : lines)
+            parts.append(u"%1 %2 (%3)"_s.arg(QLatin1StringView(line.name))
+                             .arg(line.count)
+                             .arg(Formatter::money(line.sum)));
+        return u"approved as recorded: "_s + parts.join(u", "_s);
+    }
+    QString json() const
+    {
+        JsonWriter object;
+        for (const Line &line : lines)
+            object.addRaw(
+                QString::fromLatin1(line.name).replace(u' ', u'_'),
+                JsonWriter().add(u"count"_s, line.count).add(u"sum"_s, line.sum).toString());
+        return object.toString();
+    }
+};
+
+QString runJson(const RunLedger::Entry &entry)
+{
+    const RecordedRun &run = *entry.run;
+    const RecordedAnswer &answer = run.answer;
+    bool ok = false;
+    const qint64 amount = run.option(u"-a"_s).toLongLong(&ok);
+    JsonWriter item;
+    item.add(u"id"_s, run.id)
+        .add(u"time"_s, run.started.toDateTime().toString(Qt::ISODateWithMs))
+        .add(u"operation"_s, operationName(run))
+        .add(u"amount"_s, ok ? QJsonValue(amount) : QJsonValue())
+        .addRaw(u"arguments"_s, JsonWriter::encode(run.arguments()))
+        .add(u"ended"_s, run.ended)
+        .add(u"ending"_s, run.ended ? run.ending() : QString())
+        .add(u"durationMs"_s, run.ended ? QJsonValue(run.durationMs) : QJsonValue())
+        .add(u"delivered"_s, run.delivered)
+        .add(u"acknowledged"_s, run.acknowledged)
+        .add(u"approval"_s, run.approval())
+        .add(u"result"_s, resultOf(run))
+        .add(u"status"_s, answer.status ? QJsonValue(*answer.status) : QJsonValue())
+        .add(u"text"_s, answer.text)
+        .add(u"referenceNumber"_s, answer.referenceNumber)
+        .add(u"authorizationCode"_s, answer.authorizationCode)
+        .add(u"open"_s, isOpen(entry))
+        .add(u"need"_s, entry.need == RunLedger::Need::UnseenApproval   ? u"unseenApproval"_s
+                        : entry.need == RunLedger::Need::UnknownOutcome ? u"unknownOutcome"_s
+                                                                        : QString())
+        .addRaw(u"settled"_s,
+                entry.settled
+                    ? JsonWriter()
+                          .add(u"how"_s, RunLedger::howName(entry.settled->how))
+                          .add(u"by"_s, entry.settled->by)
+                          .add(u"at"_s, entry.settled->at.toDateTime().toString(Qt::ISODate))
+                          .add(u"note"_s, entry.settled->note)
+                          .toString()
+                    : u"null"_s)
+        .add(u"settles"_s, entry.settles);
+    return item.toString();
+}
+
+} // namespace
+
+void RecordingsReport::write(Output &out, const QString &directory, const Selection &selection,
+                             bool json)
+{
+    const RunLedger ledger = RunLedger::read(directory, selection.since, selection.until);
+    const QList<RunLedger::Entry> entries = ledger.entries();
+    const bool oneDay = selection.since == selection.until;
+    if (json)
+        out << u"{\"directory\":"_s << JsonWriter::encode(directory)
+            << (oneDay ? QString()
+                       : u",\"since\":%1,\"until\":%2,\"days\":["_s.arg(
+                             JsonWriter::encode(selection.since.toString(Qt::ISODate)),
+                             JsonWriter::encode(selection.until.toString(Qt::ISODate))));
+    bool firstDay = true;
+    qsizetype next = 0;
+    for (QDate date = selection.since; date <= selection.until; date = date.addDays(1)) {
+        const Recordings::Day *day = nullptr;
+        for (const Recordings::Day &d : ledger.days())
+            if (d.date == date)
+                day = &d;
+        if (!day && !oneDay)
+            continue;
+        Summary totals;
+        QList<const RunLedger::Entry *> shown;
+        for (; next < entries.size() && entries.at(next).day == date; ++next) {
+            totals.add(*entries.at(next).run);
+            if (!selection.openOnly || isOpen(entries.at(next)))
+                shown.append(&entries.at(next));
+        }
+        const QStringList problems = day ? day->problemTexts() + day->unreadable : QStringList();
+        if (json) {
+            out << (oneDay     ? u","_s
+                    : firstDay ? u"{"_s
+                               : u",{"_s)
+                << u"\"day\":"_s << JsonWriter::encode(date.toString(Qt::ISODate))
+                << u",\"runs\":["_s;
+            for (qsizetype i = 0; i < shown.size(); ++i)
+                out << (i ? u","_s : QString()) << runJson(*shown.at(i));
+            out << u"],\"summary\":"_s << totals.json() << u",\"problems\":"_s
+                << JsonWriter::encode(QJsonArray::fromStringList(problems))
+                << (oneDay ? QString() : u"}"_s);
+        } else {
+            out << u"recordings of %1 in %2: %3 run%4%5\n"_s
+                       .arg(date.toString(Qt::ISODate), directory)
+                       .arg(shown.size())
+                       .arg(shown.size() == 1 ? QString() : u"s"_s,
+                            selection.openOnly ? u" that need a person"_s : QString());
+            for (const RunLedger::Entry *entry : std::as_const(shown)) {
+                const RecordedRun &run = *entry->run;
+                const QString reference = run.answer.referenceNumber;
+                const QString authorization = run.answer.authorizationCode;
+                const QString settling = settlingText(*entry);
+                out << u"  %1  %2%3%4  %5  %6%7  run %8\n"_s.arg(
+                    summary(run).leftJustified(36), resultOf(run),
+                    reference.isEmpty() ? QString() : u", reference number "_s + reference,
+                    authorization.isEmpty() ? QString()
+                                            : u", authorization code "_s + authorization,
+                    run.ended ? u"%1 ms"_s.arg(run.durationMs) : u"-"_s, delivery(run),
+                    settling.isEmpty() ? QString() : u"  "_s + settling, run.id);
+            }
+            out << u"  "_s << totals.text() << u'\n';
+            for (const QString &problem : problems)
+                out << u"  note: "_s << problem << u'\n';
+        }
+        firstDay = false;
+    }
+    if (json)
+        out << (oneDay ? u"}\n"_s : u"]}\n"_s);
+}
+
+void RecordingsReport::writeStatus(Output &out, const QString &directory, bool json)
+{
+    const QDir dir(directory);
+    const bool on = RecorderSetup::isOn(directory);
+    const QString client =
+        dir.filePath(QLatin1StringView(on ? RecorderSetup::realClient : RecorderSetup::client));
+    const bool scribe =
+        QFileInfo(dir.filePath(QLatin1StringView(RecorderSetup::scribe))).isExecutable();
+    qint64 bytes = 0;
+    int files = 0;
+    const QDir folder(Recordings::folder(directory));
+    for (const QFileInfo &file : folder.entryInfoList({u"*.jsonl"_s}, QDir::Files)) {
+        bytes += file.size();
+        ++files;
+    }
+    const RunLedger ledger = RunLedger::read(directory);
+    int open = 0;
+    const RecordedRun *last = nullptr;
+    for (const RunLedger::Entry &entry : ledger.entries()) {
+        open += isOpen(entry);
+        last = entry.run;
+    }
+    const QString lastText = last ? summary(*last) + u", "_s + resultOf(*last) : QString();
+    if (json) {
+        out << JsonWriter()
+                   .add(u"directory"_s, directory)
+                   .add(u"on"_s, on)
+                   .add(u"client"_s, client)
+                   .add(u"scribe"_s, scribe)
+                   .add(u"recordingFiles"_s, files)
+                   .add(u"recordingBytes"_s, bytes)
+                   .add(u"lastRun"_s, last ? last->id : QString())
+                   .add(u"lastRunText"_s, lastText)
+                   .add(u"openRuns"_s, open)
+                   .toString()
+            << u'\n';
+        return;
+    }
+    out << u"the recorder is %1 in %2\n"_s.arg(on ? u"on"_s : u"off"_s, directory)
+        << u"  client:     %1\n"_s.arg(client)
+        << (on ? u"  scribe:     %1\n"_s.arg(scribe ? u"in place"_s : u"MISSING"_s) : QString())
+        << u"  recordings: %1 file%2, %3 KiB in %4\n"_s.arg(files)
+               .arg(files == 1 ? QString() : u"s"_s)
+               .arg((bytes + 1023) / 1024)
+               .arg(folder.path())
+        << u"  last run:   %1\n"_s.arg(last ? lastText + u" (run "_s + last->id + u')' : u"none"_s)
+        << u"  open runs:  %1%2\n"_s.arg(open).arg(open ? u" (posctl check names them)"_s
+                                                        : QString());
+}
+
+bool RecordingsReport::prune(const QString &directory, int keepDays, QString &message)
+{
+    const RunLedger ledger = RunLedger::read(directory);
+    const QDate cutoff = QDate::currentDate().addDays(1 - keepDays);
+    QSet<QDate> kept;
+    for (const Recordings::Day &day : ledger.days())
+        if (day.date >= cutoff || !day.unreadable.isEmpty() || !day.problems.isEmpty())
+            kept.insert(day.date);
+    for (const RunLedger::Entry &entry : ledger.entries())
+        if (isOpen(entry))
+            kept.insert(entry.day);
+    // A settling stays with the run it settles.
+    for (bool grew = true; grew;) {
+        grew = false;
+        for (const Recordings::Day &day : ledger.days()) {
+            if (kept.contains(day.date))
+                continue;
+            for (const Recordings::Day::Settlement &s : day.settlements) {
+                QDate runDay;
+                if (ledger.run(s.runId, &runDay) && kept.contains(runDay)) {
+                    kept.insert(day.date);
+                    grew = true;
+                    break;
+                }
+            }
+        }
+    }
+    QStringList removed, keptOld;
+    for (const Recordings::Day &day : ledger.days()) {
+        if (kept.contains(day.date)) {
+            if (day.date < cutoff)
+                keptOld.append(day.date.toString(Qt::ISODate));
+            continue;
+        }
+        for (const QString &path : Recordings::dayFiles(directory, day.date)) {
+            if (QFileInfo::exists(path) && !QFile::remove(path)) {
+                message = u"cannot remove %1; nothing more was removed"_s.arg(path);
+                return false;
+            }
+        }
+        removed.append(day.date.toString(Qt::ISODate));
+    }
+    message = removed.isEmpty()
+                  ? u"nothing to prune in %1"_s.arg(Recordings::folder(directory))
+                  : u"removed the recordings of %1 day%2: %3"_s.arg(removed.size())
+                        .arg(removed.size() == 1 ? QString() : u"s"_s, removed.join(u", "_s));
+    if (!keptOld.isEmpty())
+        message += u"; kept %1, which hold%2 runs that need a person or their settling"_s.arg(
+            keptOld.join(u", "_s), keptOld.size() == 1 ? u"s"_s : QString());
+    return true;
 }
 
 namespace {
@@ -293,18 +534,40 @@ Finding runFinding(Finding::Kind kind, const QString &text, const RecordedRun &r
 
 } // namespace
 
-void RecordingsReport::addFindings(const QString &directory, Findings &findings)
+void RecordingsReport::addFindings(const QString &directory, Findings &findings, int failedRuns)
 {
     using Kind = Finding::Kind;
-    if (!RecorderSetup::isOn(directory))
+    const bool on = RecorderSetup::isOn(directory);
+    const QString folder = Recordings::folder(directory);
+    if (!on && !QFileInfo(folder).isDir())
         return;
-    findings.append(Finding::of(
-        Kind::RecorderOn,
-        u"the recorder is on: every run is recorded in %1"_s.arg(Recordings::folder(directory))));
-    addSetupFindings(directory, findings);
-    addFolderFindings(directory, findings);
+    if (on) {
+        findings.append(Finding::of(
+            Kind::RecorderOn, u"the recorder is on: every run is recorded in %1"_s.arg(folder)));
+        addSetupFindings(directory, findings);
+        addFolderFindings(directory, findings);
+    }
+    // What cannot be read cannot be said to be well.
+    if (QFileInfo(folder).isDir() &&
+        ::access(QFile::encodeName(folder).constData(), R_OK | X_OK) != 0) {
+        Finding finding = Finding::of(
+            Kind::RecordingsUnreadable,
+            u"the recordings in %1 cannot be read (%2): nothing can be said of the runs they "
+            u"hold"_s.arg(folder, QString::fromLocal8Bit(std::strerror(errno))));
+        finding.advice = u"run check as the user the till runs as, or as root"_s;
+        findings.append(finding);
+        return;
+    }
     const QList<RunningClients::Client> clients = RunningClients::in(directory);
-    for (const Recordings::Day &recorded : recentDays(directory)) {
+    const RunLedger ledger = recordedRuns(directory);
+    for (const Recordings::Day &recorded : ledger.days()) {
+        for (const QString &unreadable : recorded.unreadable) {
+            Finding finding =
+                Finding::of(Kind::RecordingsUnreadable,
+                            u"%1 cannot be read: its runs are not looked at"_s.arg(unreadable));
+            finding.day = recorded.date.toString(Qt::ISODate);
+            findings.append(finding);
+        }
         const QString day = recorded.date.toString(Qt::ISODate);
         for (const Recordings::Day::Problem &problem : recorded.problems) {
             Finding finding =
@@ -322,51 +585,85 @@ void RecordingsReport::addFindings(const QString &directory, Findings &findings)
             finding.day = day;
             findings.append(finding);
         }
-        for (const RecordedRun &run : recorded.runs) {
-            const QString notTaken = run.approval() ? approvalNotTaken(run) : QString();
-            const bool unknown = !run.ended || !run.endedByItself();
-            const bool outputsMissing = run.ended && !run.hasOutput;
-            // Only a run that needs a person is looked at further: one still at work does not.
-            if ((notTaken.isEmpty() && !unknown && !outputsMissing) || hostStillRuns(run) ||
-                running(run, clients))
-                continue;
-            if (!notTaken.isEmpty()) {
-                Finding finding =
-                    runFinding(Kind::UnseenApproval,
-                               u"an approval never reached the host: %1 %2, reference number %3, "
-                               u"authorization code %4 (run %5): %6"_s.arg(
-                                   day, summary(run), run.answer.referenceNumber,
-                                   run.answer.authorizationCode, run.id, notTaken),
-                               run, recorded.date);
-                finding.advice =
-                    u"for the approval of %1: print the terminal's last slip with "
-                    u"posctl --dir %2 copy; if the till has no sale for it, cancel it "
-                    u"with posctl --dir %2 cancel %3 --rrn %4"_s.arg(
-                        summary(run), directory, run.option(u"-a"_s), finding.referenceNumber);
-                findings.append(finding);
-            } else if (unknown) {
-                Finding finding = runFinding(
-                    Kind::UnknownOutcome,
-                    u"a run's outcome is unknown: %1 %2 %3 (run %4)"_s.arg(
-                        day, summary(run),
-                        run.ended ? u"was ended by signal %1 before it answered"_s.arg(
-                                        run.signal.value_or(0))
-                                  : u"started and no end was recorded (its process group was "
-                                    u"killed, or the power was lost)"_s,
-                        run.id),
-                    run, recorded.date);
-                finding.advice = u"for the run of %1: print the terminal's last slip with posctl "
-                                 u"--dir %2 copy, or look at the terminal's journal, to learn how "
-                                 u"it ended"_s.arg(summary(run), directory);
-                findings.append(finding);
-            }
-            if (outputsMissing)
-                findings.append(runFinding(
-                    Kind::OutputsMissing,
-                    u"the recorder's scribe did not keep what the client wrote in %1 %2 (run %3): "
-                    u"its end is recorded, its outputs are not"_s.arg(day, summary(run), run.id),
-                    run, recorded.date));
+    }
+    int open = 0;
+    for (const RunLedger::Entry &entry : ledger.entries()) {
+        const RecordedRun &run = *entry.run;
+        const QString day = entry.day.toString(Qt::ISODate);
+        const bool outputsMissing = run.ended && !run.hasOutput;
+        // Only a run that needs a person is looked at further: one still at work does not.
+        if ((entry.need == RunLedger::Need::Nothing && !outputsMissing) || hostStillRuns(run) ||
+            running(run, clients))
+            continue;
+        if (entry.need != RunLedger::Need::Nothing && entry.settled) {
+            const RunLedger::Settling &settled = *entry.settled;
+            findings.append(
+                runFinding(Kind::SettledRun,
+                           u"%1 %2 (run %3) was settled as %4 by %5 on %6%7"_s.arg(
+                               day, summary(run), run.id, RunLedger::howName(settled.how),
+                               settled.by, settled.at.toDateTime().toString(Qt::ISODate),
+                               settled.note.isEmpty() ? QString() : u": "_s + settled.note),
+                           run, entry.day));
+        } else if (entry.need == RunLedger::Need::UnseenApproval) {
+            ++open;
+            Finding finding =
+                runFinding(Kind::UnseenApproval,
+                           u"an approval never reached the host: %1 %2, reference number %3, "
+                           u"authorization code %4 (run %5): %6"_s.arg(
+                               day, summary(run), run.answer.referenceNumber,
+                               run.answer.authorizationCode, run.id, entry.why),
+                           run, entry.day);
+            const bool sbp = run.option(u"-f"_s).endsWith(u"Sbp"_s);
+            finding.advice =
+                u"for the approval of %1: print the terminal's last slip with posctl --dir %2 "
+                u"copy; if the till has no sale for it, %3; then, or if the till has the sale, "
+                u"settle it with posctl --dir %2 settle %4 --as cancelled|kept|not-charged"_s.arg(
+                    summary(run), directory,
+                    sbp ? u"refund it with posctl --dir %1 sbp-refund %2 --rrn %3"_s.arg(
+                              directory, run.option(u"-a"_s), finding.referenceNumber)
+                        : u"cancel it with posctl --dir %1 cancel %2 --rrn %3"_s.arg(
+                              directory, run.option(u"-a"_s), finding.referenceNumber),
+                    run.id);
+            findings.append(finding);
+        } else if (entry.need == RunLedger::Need::UnknownOutcome) {
+            ++open;
+            Finding finding = runFinding(
+                Kind::UnknownOutcome,
+                u"a run's outcome is unknown: %1 %2 %3 (run %4)"_s.arg(
+                    day, summary(run),
+                    run.ended
+                        ? u"was ended by signal %1 before it answered"_s.arg(run.signal.value_or(0))
+                        : u"started and no end was recorded (its process group was "
+                          u"killed, or the power was lost)"_s,
+                    run.id),
+                run, entry.day);
+            finding.advice = u"for the run of %1: print the terminal's last slip with posctl "
+                             u"--dir %2 copy, or look at the terminal's journal, to learn how it "
+                             u"ended; then settle it with posctl --dir %2 settle %3 --as "
+                             u"cancelled|kept|not-charged"_s.arg(summary(run), directory, run.id);
+            findings.append(finding);
         }
+        if (outputsMissing)
+            findings.append(runFinding(
+                Kind::OutputsMissing,
+                u"the recorder's scribe did not keep what the client wrote in %1 %2 (run %3): "
+                u"its end is recorded, its outputs are not"_s.arg(day, summary(run), run.id),
+                run, entry.day));
+    }
+    if (!on && open > 0)
+        findings.append(Finding::of(
+            Kind::RecorderOffOverOpenRuns,
+            u"the recorder is off, and its recordings hold %1 run%2 that need%3 a person"_s
+                .arg(open)
+                .arg(open == 1 ? QString() : u"s"_s, open == 1 ? u"s"_s : QString())));
+    if (const QList<const RecordedRun *> failed = lastFailures(ledger, failedRuns);
+        !failed.isEmpty()) {
+        const RecordedRun &last = *failed.first();
+        findings.append(Finding::of(
+            Kind::RepeatedFailures,
+            u"the last %1 runs of the client all failed; the last at %2: %3"_s.arg(failed.size())
+                .arg(last.started.toDateTime().toString(Qt::ISODate),
+                     last.answer.text.isEmpty() ? last.ending() : last.answer.text)));
     }
     // Each failure stays until a person has dealt with it: the next run's success does not undo
     // it.
