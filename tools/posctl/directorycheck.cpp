@@ -163,8 +163,11 @@ void reportClients(DirectoryCheck::Report &report)
     for (const RunningClients::Client &client : std::as_const(report.clients)) {
         Finding finding = Finding::of(
             Finding::Kind::ClientStillRunning,
-            u"a payment client still runs here: process %1, for %2%3: %4"_s.arg(client.processId)
-                .arg(duration(client.seconds),
+            u"a payment client still runs here: process %1%2, for %3%4: %5"_s.arg(client.processId)
+                .arg(client.recordedId ? u" (the recorder, running the client as process %1)"_s.arg(
+                                             client.recordedId)
+                                       : QString(),
+                     duration(client.seconds),
                      client.holdsLock ? u", holding the terminal lock zelnorinpas.lock"_s
                                       : QString(),
                      client.arguments.join(u' ')));
@@ -172,9 +175,10 @@ void reportClients(DirectoryCheck::Report &report)
         finding.advice =
             u"process %1 may still be waiting at the terminal or finishing a payment: look at the "
             u"terminal's screen. To end it safely, ask it to interrupt (kill -INT %1) and let it "
-            u"answer; only if it does not end, end its process group (kill -TERM -- -%1). Then "
-            u"print the terminal's last slip (posctl --dir %2 copy) to learn how its operation "
+            u"answer; only if it does not end, end its process group (kill -TERM -- -%2). Then "
+            u"print the terminal's last slip (posctl --dir %3 copy) to learn how its operation "
             u"ended before you repeat it"_s.arg(client.processId)
+                .arg(client.groupId > 0 ? client.groupId : client.processId)
                 .arg(report.directory);
         report.findings.append(finding);
     }

@@ -45,7 +45,8 @@ does, takes a processor from its factory and makes one host call per command.
 const char helpTail[] = R"(
 Options:
   --plugin PATH        the plug-in library (default: beside posctl, then the installed one)
-  --dir DIR            the processing directory (the client and zelnorinpas.conf)
+  --dir DIR            the processing directory (the client and zelnorinpas.conf);
+                       the plug-in's default is /tillroot/cash/paysystems/inpas
   --json               print one JSON object on stdout
   -v, --verbose        show the log of the plug-in and the host on stderr, with times
   --log FILE           append every log line, with its time, to FILE (whatever -v says)

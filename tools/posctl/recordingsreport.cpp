@@ -616,8 +616,8 @@ void RecordingsReport::addFindings(const QString &directory, Findings &findings,
             const bool sbp = run.option(u"-f"_s).endsWith(u"Sbp"_s);
             finding.advice =
                 u"for the approval of %1: print the terminal's last slip with posctl --dir %2 "
-                u"copy; if the till has no sale for it, %3; then, or if the till has the sale, "
-                u"settle it with posctl --dir %2 settle %4 --as cancelled|kept|not-charged"_s.arg(
+                u"copy; if the till has no sale for it, %3, which settles it; if the till has the "
+                u"sale, settle it with posctl --dir %2 settle %4 --as kept"_s.arg(
                     summary(run), directory,
                     sbp ? u"refund it with posctl --dir %1 sbp-refund %2 --rrn %3"_s.arg(
                               directory, run.option(u"-a"_s), finding.referenceNumber)

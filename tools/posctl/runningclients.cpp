@@ -40,12 +40,17 @@ QSet<qint64> lockHolders(const QString &path)
     return holders;
 }
 
-// Seconds since the process started, from its start time in clock ticks after boot.
-qint64 runningFor(const QString &pid)
+// The fields of /proc/PID/stat after the program's name, which may hold blanks and parentheses
+// itself: state, parent, process group, ...
+QList<QByteArray> statFields(const QString &pid)
 {
     const QByteArray stat = readAll(u"/proc/%1/stat"_s.arg(pid));
-    // The fields after the program's name, which may hold blanks and parentheses itself.
-    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    return stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+}
+
+// Seconds since the process started, from its start time in clock ticks after boot.
+qint64 runningFor(const QList<QByteArray> &fields)
+{
     const double uptime = readAll(u"/proc/uptime"_s).split(' ').value(0).toDouble();
     if (fields.size() < 20)
         return 0;
@@ -98,7 +103,21 @@ QList<RunningClients::Client> RunningClients::in(const QString &directory)
         // The recorder's scribe only writes what a run that has ended left.
         if (first < 0 || QFileInfo(program).fileName() == "zelnorinpas-scribe"_L1)
             continue;
-        clients.append({id, shown(arguments.mid(first)), runningFor(pid), holders.contains(id)});
+        const QList<QByteArray> fields = statFields(pid);
+        clients.append({id, shown(arguments.mid(first)), runningFor(fields), holders.contains(id),
+                        fields.value(2).toLongLong(), fields.value(1).toLongLong(), 0});
+    }
+    // The real client under the recorder is the recorder's run: one entry, the recorder's, whose
+    // process group holds both.
+    for (qsizetype i = clients.size() - 1; i >= 0; --i) {
+        for (Client &parent : clients) {
+            if (parent.processId == clients.at(i).parentId) {
+                parent.recordedId = clients.at(i).processId;
+                parent.holdsLock |= clients.at(i).holdsLock;
+                clients.removeAt(i);
+                break;
+            }
+        }
     }
     return clients;
 }
