@@ -36,8 +36,11 @@ stress: build
 faults: deps
 	scripts/plant-faults tests/faults.json
 
-demo: build
-	scripts/demo $(BUILD_DIR)
+# Builds only what the demo runs (not the tests); KEEP=1 keeps its folders to look at after.
+demo: configure
+	cmake --build $(BUILD_DIR) --parallel $(JOBS) --target posctl inpaspaymentprocessing \
+	    zelnorinpas zelnorinpas-recorder zelnorinpas-scribe
+	KEEP=$(KEEP) scripts/demo $(BUILD_DIR)
 
 # Benchmarks in a Release build of their own; prints one table (see docs/performance.md).
 bench:
@@ -52,6 +55,7 @@ fuzz: deps
 # Debian packages with debhelper, collected in $(BUILD_DIR)/packages.
 package:
 	scripts/install-deps --packaging
+	@echo "make package: building the Debian packages with debhelper (a full build, some minutes)"
 	scripts/package $(BUILD_DIR)
 
 # The packages built, judged by lintian, installed into a throw-away root, used and purged.

@@ -597,13 +597,20 @@ void RecordingsReport::addFindings(const QString &directory, Findings &findings,
             continue;
         if (entry.need != RunLedger::Need::Nothing && entry.settled) {
             const RunLedger::Settling &settled = *entry.settled;
-            findings.append(
-                runFinding(Kind::SettledRun,
-                           u"%1 %2 (run %3) was settled as %4 by %5 on %6%7"_s.arg(
-                               day, summary(run), run.id, RunLedger::howName(settled.how),
-                               settled.by, settled.at.toDateTime().toString(Qt::ISODate),
-                               settled.note.isEmpty() ? QString() : u": "_s + settled.note),
-                           run, entry.day));
+            const bool automatic =
+                settled.how == RunLedger::How::ByCancel || settled.how == RunLedger::How::ByRefund;
+            const QString how =
+                automatic
+                    ? u"by the approved %1 of run %2"_s.arg(
+                          settled.how == RunLedger::How::ByCancel ? u"cancel"_s : u"SBP refund"_s,
+                          settled.by)
+                    : u"as %1 by %2"_s.arg(RunLedger::howName(settled.how), settled.by);
+            findings.append(runFinding(
+                Kind::SettledRun,
+                u"%1 %2 (run %3) was settled %4 on %5%6"_s.arg(
+                    day, summary(run), run.id, how, settled.at.toDateTime().toString(Qt::ISODate),
+                    settled.note.isEmpty() ? QString() : u": "_s + settled.note),
+                run, entry.day));
         } else if (entry.need == RunLedger::Need::UnseenApproval) {
             ++open;
             Finding finding =
