@@ -91,6 +91,8 @@ private Q_SLOTS:
     void namedByCheck();
     void replayedDay();
     void onAndOff();
+    void ownership_data();
+    void ownership();
 };
 
 void tst_Recorder::transparent_data()
@@ -485,6 +487,51 @@ void tst_Recorder::onAndOff()
     QCOMPARE(posctl(fake.directory(), words("recorder off")).exitCode, 0);
     fake.removeClient();
     QVERIFY(posctl(fake.directory(), words("recorder on")).err.contains("no payment client"));
+}
+
+void tst_Recorder::ownership_data()
+{
+    QTest::addColumn<bool>("asOwner"); // recorder on as root, or as a user who does not own it
+    QTest::newRow("root, over another user's client") << true;
+    QTest::newRow("a user, over another user's client") << false;
+}
+
+// The recorder and the scribe take the client's owner, group and mode, so that the host's user
+// can run them; a user who could not give them that is refused, and told whose the client is.
+void tst_Recorder::ownership()
+{
+    if (::geteuid() != 0)
+        QSKIP("needs root, to give the client to another user");
+    QFETCH(bool, asOwner);
+    constexpr uid_t owner = 4242; // and 4243, a stranger
+    FakeClient fake;
+    const QString client = QDir(fake.directory()).filePath(u"zelnorinpas"_s);
+    QVERIFY(::chown(QFile::encodeName(client).constData(), owner, owner) == 0);
+    QVERIFY(::chmod(QFile::encodeName(client).constData(), 0700) == 0);
+    QVERIFY(::chmod(QFile::encodeName(fake.directory()).constData(), 0777) == 0);
+    const QStringList on{u"--dir"_s, fake.directory(), u"recorder"_s, u"on"_s};
+    const ProgramRun run =
+        asOwner ? ProgramRun::run(QStringLiteral(POSCTL_PATH), on)
+                : ProgramRun::run(u"setpriv"_s,
+                                  QStringList{u"--reuid=4243"_s, u"--regid=4243"_s,
+                                              u"--clear-groups"_s, QStringLiteral(POSCTL_PATH)} +
+                                      on);
+    if (!asOwner) {
+        QCOMPARE(run.exitCode, 1);
+        QVERIFY2(run.err.contains("belongs to 4242"), run.err.constData());
+        QVERIFY(!QFile::exists(client + u".real"_s));
+        return;
+    }
+    QCOMPARE(run.exitCode, 0);
+    for (const char *name : {"zelnorinpas", "zelnorinpas-scribe", "zelnorinpas.real"}) {
+        struct stat info = {};
+        QVERIFY(::stat(QFile::encodeName(QDir(fake.directory()).filePath(QLatin1StringView(name)))
+                           .constData(),
+                       &info) == 0);
+        QCOMPARE(info.st_uid, owner);
+        QCOMPARE(info.st_gid, gid_t(owner));
+        QCOMPARE(info.st_mode & 07777, mode_t(0700));
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_Recorder)
