@@ -129,8 +129,12 @@ void tst_Settling::settling_data()
     QTest::newRow("settled by a later cancel")
         << reversal(R"(["3","-a","30000","-r","000000000001"])", "") << QStringList() << 0 << 0
         << u"settledRun"_s;
+    // The refund names the payment with -c; its approval comes with a status query.
     QTest::newRow("settled by a later SBP refund")
-        << reversal(R"(["2","-a","30000","-f","returnSbp","-r","000000000001"])", "")
+        << lines({at(today, "10:30:00.000", 13),
+                  R"(["2","-a","30000","-c","000000000001","-f","returnSbp","-r","F1"])", 0, "",
+                  true}) +
+               reversal(R"(["2","-a","30000","-c","","-f","returnStatusSbp","-r","F1"])", "")
         << QStringList() << 0 << 0 << u"settledRun"_s;
     QTest::newRow("a cancel of another amount settles nothing")
         << reversal(R"(["3","-a","100","-r","000000000001"])", "") << QStringList() << 0 << 1

@@ -48,24 +48,40 @@ QString approvalNotTaken(const RecordedRun &run)
     return {};
 }
 
-// The way a later run settles an earlier one it names, if it is a run that can.
-std::optional<RunLedger::How> reversal(const RecordedRun &run)
+bool isFunction(const QString &function, std::string_view name)
 {
-    if (!run.approval() || run.option(u"-r"_s).isEmpty())
-        return std::nullopt;
-    const QString function = run.option(u"-f"_s);
-    if (run.operation() == QString::number(operationcodes::Cancel) && function.isEmpty())
-        return RunLedger::How::ByCancel;
-    if (run.operation() == QString::number(operationcodes::Refund) &&
-        (function == QLatin1StringView(operationcodes::returnSbp.data(),
-                                       qsizetype(operationcodes::returnSbp.size())) ||
-         function == QLatin1StringView(operationcodes::returnStatusSbp.data(),
-                                       qsizetype(operationcodes::returnStatusSbp.size()))))
-        return RunLedger::How::ByRefund;
-    return std::nullopt;
+    return function == QLatin1StringView(name.data(), qsizetype(name.size()));
 }
 
 } // namespace
+
+// The way a later run settles an earlier one, and the reference number it names, if it is a run
+// that can: an approved cancel names it with -r; an SBP refund with -c on its first run, whose
+// approval may come with a status query that names only the refund's form identifier (-r).
+std::optional<RunLedger::How> RunLedger::reversal(const RecordedRun &run, QString &reference)
+{
+    const QString function = run.option(u"-f"_s);
+    if (run.operation() == QString::number(operationcodes::Refund) &&
+        isFunction(function, operationcodes::returnSbp))
+        m_refundOf.insert(run.option(u"-r"_s), run.option(u"-c"_s));
+    if (!run.approval())
+        return std::nullopt;
+    if (run.operation() == QString::number(operationcodes::Cancel) && function.isEmpty()) {
+        reference = run.option(u"-r"_s);
+        return How::ByCancel;
+    }
+    if (run.operation() != QString::number(operationcodes::Refund))
+        return std::nullopt;
+    if (isFunction(function, operationcodes::returnSbp))
+        reference = run.option(u"-c"_s);
+    else if (isFunction(function, operationcodes::returnStatusSbp))
+        reference = m_refundOf.value(run.option(u"-r"_s));
+    else
+        return std::nullopt;
+    return How::ByRefund;
+}
+
+namespace {} // namespace
 
 RunLedger RunLedger::read(const QString &directory, std::optional<QDate> since,
                           std::optional<QDate> until)
@@ -116,10 +132,11 @@ void RunLedger::settle()
         return;
     for (const Recordings::Day &day : std::as_const(m_days)) {
         for (const RecordedRun &later : day.runs) {
-            const std::optional<How> how = reversal(later);
-            if (!how)
+            QString reference;
+            const std::optional<How> how = reversal(later, reference);
+            if (!how || reference.isEmpty())
                 continue;
-            const auto found = open.find(later.option(u"-r"_s));
+            const auto found = open.find(reference);
             if (found == open.end())
                 continue;
             QList<const RecordedRun *> &named = *found;

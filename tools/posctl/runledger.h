@@ -72,9 +72,11 @@ public:
 
 private:
     void settle();
+    std::optional<How> reversal(const RecordedRun &run, QString &reference);
 
     QList<Recordings::Day> m_days;
     QHash<QString, std::pair<qsizetype, qsizetype>> m_index; // run id: day, run
     QHash<QString, Settling> m_settled;
-    QHash<QString, QString> m_settles; // the settling run's id: the run it settled
+    QHash<QString, QString> m_settles;  // the settling run's id: the run it settled
+    QHash<QString, QString> m_refundOf; // an SBP refund's form identifier: the reference it names
 };
