@@ -61,7 +61,7 @@ CommandRunner::Outcome CommandRunner::answerOutcome(PaymentProcessingAnswer answ
     Formatter::AnswerContext &context = outcome.context;
     if (invocation.spec->argument == CommandTable::Argument::Amount)
         context.amount = invocation.amount;
-    context.sbpPayment = invocation.command == "sbp-pay"_L1;
+    context.sbpPayment = invocation.spec->codes == CommandTable::Codes::SbpPayment;
     context.clientRuns = m_watch.runsInOperation();
 
     // A failed run: the answer's message is the client's standard error, which may say nothing.

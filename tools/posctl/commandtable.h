@@ -56,6 +56,9 @@ public:
     enum class Section { Payment, Service, Information, BatchOnly };
     // What the progress bar shows while the command's operation runs.
     enum class Progress { None, CardOrService, Sbp };
+    // What the answer's codes hold: the usual, or for an SBP payment the form identifier and the
+    // terminal's authorisation code.
+    enum class Codes { Usual, SbpPayment };
 
     // The host call of a command that runs the payment client.
     using HostCall = PaymentProcessingAnswer (*)(AbstractPaymentProcessing &, const Invocation &);
@@ -73,6 +76,7 @@ public:
         HostCall hostCall; // or
         Handler handler;   // null for help, which needs no plug-in
         const char *help;  // UTF-8
+        Codes codes = Codes::Usual;
     };
 
     enum class Value { None, Text, Number, Time, Day };
