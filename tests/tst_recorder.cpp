@@ -509,13 +509,17 @@ void tst_Recorder::ownership()
     QVERIFY(::chown(QFile::encodeName(client).constData(), owner, owner) == 0);
     QVERIFY(::chmod(QFile::encodeName(client).constData(), 0700) == 0);
     QVERIFY(::chmod(QFile::encodeName(fake.directory()).constData(), 0777) == 0);
+    const QStringList stranger{u"--reuid=4243"_s, u"--regid=4243"_s, u"--clear-groups"_s};
+    if (!asOwner &&
+        ProgramRun::run(u"setpriv"_s,
+                        stranger + QStringList{u"test"_s, u"-x"_s, QStringLiteral(POSCTL_PATH)})
+                .exitCode != 0)
+        QSKIP("posctl lies where another user cannot run it (a private build folder)");
     const QStringList on{u"--dir"_s, fake.directory(), u"recorder"_s, u"on"_s};
     const ProgramRun run =
         asOwner ? ProgramRun::run(QStringLiteral(POSCTL_PATH), on)
                 : ProgramRun::run(u"setpriv"_s,
-                                  QStringList{u"--reuid=4243"_s, u"--regid=4243"_s,
-                                              u"--clear-groups"_s, QStringLiteral(POSCTL_PATH)} +
-                                      on);
+                                  stranger + QStringList{QStringLiteral(POSCTL_PATH)} + on);
     if (!asOwner) {
         QCOMPARE(run.exitCode, 1);
         QVERIFY2(run.err.contains("belongs to 4242"), run.err.constData());
