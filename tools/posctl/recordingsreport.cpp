@@ -179,10 +179,15 @@ struct Summary
     struct Line
     {
         const char *name;
+        const char *key; // in JSON
         int count = 0;
         qint64 sum = 0;
     };
-    Line lines[5] = {{"sales"}, {"refunds"}, {"cancels"}, {"SBP payments"}, {"SBP refunds"}};
+    Line lines[5] = {{"sales", "sales"},
+                     {"refunds", "refunds"},
+                     {"cancels", "cancels"},
+                     {"SBP payments", "sbpPayments"},
+                     {"SBP refunds", "sbpRefunds"}};
     qint64 lastSbpAmount = 0; // a status query names no amount: its payment's
 
     void add(const RecordedRun &run)
@@ -221,7 +226,7 @@ struct Summary
         JsonWriter object;
         for (const Line &line : lines)
             object.addRaw(
-                QString::fromLatin1(line.name).replace(u' ', u'_'),
+                QString::fromLatin1(line.key),
                 JsonWriter().add(u"count"_s, line.count).add(u"sum"_s, line.sum).toString());
         return object.toString();
     }
