@@ -162,6 +162,9 @@ void tst_Settling::settling()
     const Recordings recordings;
     const QString sale = at(today.addDays(-9), "10:00:00.000", 11);
     recordings.add(today.addDays(-9), lines({sale, saleArguments, 1, "000000000001", false}));
+    // A day between, so that the sale's day is neither today nor yesterday's neighbour.
+    recordings.add(today.addDays(-5),
+                   lines({at(today.addDays(-5), "10:00:00.000", 14), R"(["15"])", 1, "", true}));
     recordings.add(today, later);
     if (!settle.isEmpty())
         QTEST(recordings.posctl(QStringList{u"settle"_s, sale} + settle).exitCode, "settleExit");
