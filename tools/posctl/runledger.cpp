@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
@@ -252,6 +253,14 @@ RunLedger::Refusal RunLedger::recordSettling(const QString &directory, const QSt
             runId, QString::fromStdString(writer.error()));
         return Refusal::Unwritable;
     }
+    // Root settling in a till user's recordings: the day's file stays the recordings' owner's,
+    // or the recorder could no longer append to it.
+    struct stat folder = {};
+    const QByteArray dayFile =
+        QFile::encodeName(Recordings::dayPath(directory, QDate::currentDate()));
+    if (::geteuid() == 0 &&
+        ::stat(QFile::encodeName(Recordings::folder(directory)).constData(), &folder) == 0)
+        (void)::chown(dayFile.constData(), folder.st_uid, folder.st_gid);
     message =
         u"run %1 (%2) is settled as %3 by %4"_s.arg(runId, day.toString(Qt::ISODate), way, user());
     return Refusal::None;
