@@ -10,6 +10,7 @@
 #include <outputmask.h>
 
 #include <externalprocessthread.h>
+#include <processmonitor.h>
 #include <log4qt/logmanager.h>
 
 #include <QCoreApplication>
