@@ -278,7 +278,6 @@ void RecordingsReport::write(Output &out, const QString &directory, const Select
                              bool json)
 {
     const RunLedger ledger = RunLedger::read(directory, selection.since, selection.until);
-    const QList<RunLedger::Entry> entries = ledger.entries();
     const bool oneDay = selection.since == selection.until;
     if (json)
         out << u"{\"directory\":"_s << JsonWriter::encode(directory)
@@ -287,7 +286,7 @@ void RecordingsReport::write(Output &out, const QString &directory, const Select
                              JsonWriter::encode(selection.since.toString(Qt::ISODate)),
                              JsonWriter::encode(selection.until.toString(Qt::ISODate))));
     bool firstDay = true;
-    qsizetype next = 0;
+    static const Recordings::Day noDay;
     for (QDate date = selection.since; date <= selection.until; date = date.addDays(1)) {
         const Recordings::Day *day = nullptr;
         for (const Recordings::Day &d : ledger.days())
@@ -295,44 +294,52 @@ void RecordingsReport::write(Output &out, const QString &directory, const Select
                 day = &d;
         if (!day && !oneDay)
             continue;
+        const Recordings::Day &runs = day ? *day : noDay;
+        // Counted first, then written a run at a time: a day may hold a hundred thousand.
         Summary totals;
-        QList<const RunLedger::Entry *> shown;
-        for (; next < entries.size() && entries.at(next).day == date; ++next) {
-            totals.add(*entries.at(next).run);
-            if (!selection.openOnly || isOpen(entries.at(next)))
-                shown.append(&entries.at(next));
+        qsizetype shown = 0;
+        for (const RecordedRun &run : runs.runs) {
+            totals.add(run);
+            shown += !selection.openOnly || isOpen(ledger.entry(runs, run));
         }
-        const QStringList problems = day ? day->problemTexts() + day->unreadable : QStringList();
-        if (json) {
+        const QStringList problems = runs.problemTexts() + runs.unreadable;
+        if (json)
             out << (oneDay     ? u","_s
                     : firstDay ? u"{"_s
                                : u",{"_s)
                 << u"\"day\":"_s << JsonWriter::encode(date.toString(Qt::ISODate))
                 << u",\"runs\":["_s;
-            for (qsizetype i = 0; i < shown.size(); ++i)
-                out << (i ? u","_s : QString()) << runJson(*shown.at(i));
+        else
+            out << u"recordings of %1 in %2: %3 run%4%5\n"_s
+                       .arg(date.toString(Qt::ISODate), directory)
+                       .arg(shown)
+                       .arg(shown == 1 ? QString() : u"s"_s,
+                            selection.openOnly ? u" that need a person"_s : QString());
+        bool firstRun = true;
+        for (const RecordedRun &run : runs.runs) {
+            const RunLedger::Entry entry = ledger.entry(runs, run);
+            if (selection.openOnly && !isOpen(entry))
+                continue;
+            if (json) {
+                out << (firstRun ? QString() : u","_s) << runJson(entry);
+                firstRun = false;
+                continue;
+            }
+            const QString reference = run.answer.referenceNumber;
+            const QString authorization = run.answer.authorizationCode;
+            const QString settling = settlingText(entry);
+            out << u"  %1  %2%3%4  %5  %6%7  run %8\n"_s.arg(
+                summary(run).leftJustified(36), resultOf(run),
+                reference.isEmpty() ? QString() : u", reference number "_s + reference,
+                authorization.isEmpty() ? QString() : u", authorization code "_s + authorization,
+                run.ended ? u"%1 ms"_s.arg(run.durationMs) : u"-"_s, delivery(run),
+                settling.isEmpty() ? QString() : u"  "_s + settling, run.id);
+        }
+        if (json) {
             out << u"],\"summary\":"_s << totals.json() << u",\"problems\":"_s
                 << JsonWriter::encode(QJsonArray::fromStringList(problems))
                 << (oneDay ? QString() : u"}"_s);
         } else {
-            out << u"recordings of %1 in %2: %3 run%4%5\n"_s
-                       .arg(date.toString(Qt::ISODate), directory)
-                       .arg(shown.size())
-                       .arg(shown.size() == 1 ? QString() : u"s"_s,
-                            selection.openOnly ? u" that need a person"_s : QString());
-            for (const RunLedger::Entry *entry : std::as_const(shown)) {
-                const RecordedRun &run = *entry->run;
-                const QString reference = run.answer.referenceNumber;
-                const QString authorization = run.answer.authorizationCode;
-                const QString settling = settlingText(*entry);
-                out << u"  %1  %2%3%4  %5  %6%7  run %8\n"_s.arg(
-                    summary(run).leftJustified(36), resultOf(run),
-                    reference.isEmpty() ? QString() : u", reference number "_s + reference,
-                    authorization.isEmpty() ? QString()
-                                            : u", authorization code "_s + authorization,
-                    run.ended ? u"%1 ms"_s.arg(run.durationMs) : u"-"_s, delivery(run),
-                    settling.isEmpty() ? QString() : u"  "_s + settling, run.id);
-            }
             out << u"  "_s << totals.text() << u'\n';
             for (const QString &problem : problems)
                 out << u"  note: "_s << problem << u'\n';
@@ -361,9 +368,11 @@ void RecordingsReport::writeStatus(Output &out, const QString &directory, bool j
     const RunLedger ledger = RunLedger::read(directory);
     int open = 0;
     const RecordedRun *last = nullptr;
-    for (const RunLedger::Entry &entry : ledger.entries()) {
-        open += isOpen(entry);
-        last = entry.run;
+    for (const Recordings::Day &day : ledger.days()) {
+        for (const RecordedRun &run : day.runs) {
+            open += isOpen(ledger.entry(day, run));
+            last = &run;
+        }
     }
     const QString lastText = last ? summary(*last) + u", "_s + resultOf(*last) : QString();
     if (json) {
@@ -401,9 +410,10 @@ bool RecordingsReport::prune(const QString &directory, int keepDays, QString &me
     for (const Recordings::Day &day : ledger.days())
         if (day.date >= cutoff || !day.unreadable.isEmpty() || !day.problems.isEmpty())
             kept.insert(day.date);
-    for (const RunLedger::Entry &entry : ledger.entries())
-        if (isOpen(entry))
-            kept.insert(entry.day);
+    for (const Recordings::Day &day : ledger.days())
+        for (const RecordedRun &run : day.runs)
+            if (isOpen(ledger.entry(day, run)))
+                kept.insert(day.date);
     // A settling stays with the run it settles.
     for (bool grew = true; grew;) {
         grew = false;
@@ -592,75 +602,83 @@ void RecordingsReport::addFindings(const QString &directory, Findings &findings,
         }
     }
     int open = 0;
-    for (const RunLedger::Entry &entry : ledger.entries()) {
-        const RecordedRun &run = *entry.run;
-        const QString day = entry.day.toString(Qt::ISODate);
-        const bool outputsMissing = run.ended && !run.hasOutput;
-        // Only a run that needs a person is looked at further: one still at work does not.
-        if ((entry.need == RunLedger::Need::Nothing && !outputsMissing) || hostStillRuns(run) ||
-            running(run, clients))
-            continue;
-        if (entry.need != RunLedger::Need::Nothing && entry.settled) {
-            const RunLedger::Settling &settled = *entry.settled;
-            const bool automatic =
-                settled.how == RunLedger::How::ByCancel || settled.how == RunLedger::How::ByRefund;
-            const QString how =
-                automatic
-                    ? u"by the approved %1 of run %2"_s.arg(
-                          settled.how == RunLedger::How::ByCancel ? u"cancel"_s : u"SBP refund"_s,
-                          settled.by)
-                    : u"as %1 by %2"_s.arg(RunLedger::howName(settled.how), settled.by);
-            findings.append(runFinding(
-                Kind::SettledRun,
-                u"%1 %2 (run %3) was settled %4 on %5%6"_s.arg(
-                    day, summary(run), run.id, how, settled.at.toDateTime().toString(Qt::ISODate),
-                    settled.note.isEmpty() ? QString() : u": "_s + settled.note),
-                run, entry.day));
-        } else if (entry.need == RunLedger::Need::UnseenApproval) {
-            ++open;
-            Finding finding =
-                runFinding(Kind::UnseenApproval,
-                           u"an approval never reached the host: %1 %2, reference number %3, "
-                           u"authorization code %4 (run %5): %6"_s.arg(
-                               day, summary(run), run.answer.referenceNumber,
-                               run.answer.authorizationCode, run.id, entry.why),
-                           run, entry.day);
-            const bool sbp = run.option(u"-f"_s).endsWith(u"Sbp"_s);
-            finding.advice =
-                u"for the approval of %1: print the terminal's last slip with posctl --dir %2 "
-                u"copy; if the till has no sale for it, %3, which settles it; if the till has the "
-                u"sale, settle it with posctl --dir %2 settle %4 --as kept"_s.arg(
-                    summary(run), directory,
-                    sbp ? u"refund it with posctl --dir %1 sbp-refund %2 --rrn %3"_s.arg(
-                              directory, run.option(u"-a"_s), finding.referenceNumber)
-                        : u"cancel it with posctl --dir %1 cancel %2 --rrn %3"_s.arg(
-                              directory, run.option(u"-a"_s), finding.referenceNumber),
-                    run.id);
-            findings.append(finding);
-        } else if (entry.need == RunLedger::Need::UnknownOutcome) {
-            ++open;
-            Finding finding = runFinding(
-                Kind::UnknownOutcome,
-                u"a run's outcome is unknown: %1 %2 %3 (run %4)"_s.arg(
-                    day, summary(run),
-                    run.ended
-                        ? u"was ended by signal %1 before it answered"_s.arg(run.signal.value_or(0))
-                        : u"started and no end was recorded (its process group was "
-                          u"killed, or the power was lost)"_s,
-                    run.id),
-                run, entry.day);
-            finding.advice = u"for the run of %1: print the terminal's last slip with posctl "
-                             u"--dir %2 copy, or look at the terminal's journal, to learn how it "
-                             u"ended; then settle it with posctl --dir %2 settle %3 --as "
-                             u"cancelled|kept|not-charged"_s.arg(summary(run), directory, run.id);
-            findings.append(finding);
+    for (const Recordings::Day &recorded : ledger.days()) {
+        for (const RecordedRun &run : recorded.runs) {
+            // Made only for the runs that may need a person: most need nothing.
+            if (run.endedByItself() && !run.approval() && run.hasOutput)
+                continue;
+            const RunLedger::Entry entry = ledger.entry(recorded, run);
+            const QString day = entry.day.toString(Qt::ISODate);
+            const bool outputsMissing = run.ended && !run.hasOutput;
+            // Only a run that needs a person is looked at further: one still at work does not.
+            if ((entry.need == RunLedger::Need::Nothing && !outputsMissing) || hostStillRuns(run) ||
+                running(run, clients))
+                continue;
+            if (entry.need != RunLedger::Need::Nothing && entry.settled) {
+                const RunLedger::Settling &settled = *entry.settled;
+                const bool automatic = settled.how == RunLedger::How::ByCancel ||
+                                       settled.how == RunLedger::How::ByRefund;
+                const QString how =
+                    automatic ? u"by the approved %1 of run %2"_s.arg(
+                                    settled.how == RunLedger::How::ByCancel ? u"cancel"_s
+                                                                            : u"SBP refund"_s,
+                                    settled.by)
+                              : u"as %1 by %2"_s.arg(RunLedger::howName(settled.how), settled.by);
+                findings.append(
+                    runFinding(Kind::SettledRun,
+                               u"%1 %2 (run %3) was settled %4 on %5%6"_s.arg(
+                                   day, summary(run), run.id, how,
+                                   settled.at.toDateTime().toString(Qt::ISODate),
+                                   settled.note.isEmpty() ? QString() : u": "_s + settled.note),
+                               run, entry.day));
+            } else if (entry.need == RunLedger::Need::UnseenApproval) {
+                ++open;
+                Finding finding =
+                    runFinding(Kind::UnseenApproval,
+                               u"an approval never reached the host: %1 %2, reference number %3, "
+                               u"authorization code %4 (run %5): %6"_s.arg(
+                                   day, summary(run), run.answer.referenceNumber,
+                                   run.answer.authorizationCode, run.id, entry.why),
+                               run, entry.day);
+                const bool sbp = run.option(u"-f"_s).endsWith(u"Sbp"_s);
+                finding.advice =
+                    u"for the approval of %1: print the terminal's last slip with posctl --dir %2 "
+                    u"copy; if the till has no sale for it, %3, which settles it; if the till has "
+                    u"the "
+                    u"sale, settle it with posctl --dir %2 settle %4 --as kept"_s.arg(
+                        summary(run), directory,
+                        sbp ? u"refund it with posctl --dir %1 sbp-refund %2 --rrn %3"_s.arg(
+                                  directory, run.option(u"-a"_s), finding.referenceNumber)
+                            : u"cancel it with posctl --dir %1 cancel %2 --rrn %3"_s.arg(
+                                  directory, run.option(u"-a"_s), finding.referenceNumber),
+                        run.id);
+                findings.append(finding);
+            } else if (entry.need == RunLedger::Need::UnknownOutcome) {
+                ++open;
+                Finding finding = runFinding(
+                    Kind::UnknownOutcome,
+                    u"a run's outcome is unknown: %1 %2 %3 (run %4)"_s.arg(
+                        day, summary(run),
+                        run.ended ? u"was ended by signal %1 before it answered"_s.arg(
+                                        run.signal.value_or(0))
+                                  : u"started and no end was recorded (its process group was "
+                                    u"killed, or the power was lost)"_s,
+                        run.id),
+                    run, entry.day);
+                finding.advice =
+                    u"for the run of %1: print the terminal's last slip with posctl "
+                    u"--dir %2 copy, or look at the terminal's journal, to learn how it "
+                    u"ended; then settle it with posctl --dir %2 settle %3 --as "
+                    u"cancelled|kept|not-charged"_s.arg(summary(run), directory, run.id);
+                findings.append(finding);
+            }
+            if (outputsMissing)
+                findings.append(runFinding(
+                    Kind::OutputsMissing,
+                    u"the recorder's scribe did not keep what the client wrote in %1 %2 (run %3): "
+                    u"its end is recorded, its outputs are not"_s.arg(day, summary(run), run.id),
+                    run, entry.day));
         }
-        if (outputsMissing)
-            findings.append(runFinding(
-                Kind::OutputsMissing,
-                u"the recorder's scribe did not keep what the client wrote in %1 %2 (run %3): "
-                u"its end is recorded, its outputs are not"_s.arg(day, summary(run), run.id),
-                run, entry.day));
     }
     if (!on && open > 0)
         findings.append(Finding::of(

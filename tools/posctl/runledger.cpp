@@ -106,9 +106,6 @@ RunLedger RunLedger::read(const QString &directory, std::optional<QDate> since,
             runs.append(&run);
         Recordings::acknowledge(runs, ledger.m_days[d].acknowledgements);
     }
-    for (qsizetype d = 0; d < ledger.m_days.size(); ++d)
-        for (qsizetype r = 0; r < ledger.m_days[d].runs.size(); ++r)
-            ledger.m_index.insert(ledger.m_days[d].runs[r].id, {d, r});
     ledger.settle();
     return ledger;
 }
@@ -169,25 +166,23 @@ RunLedger::Need RunLedger::needOf(const RecordedRun &run, QString *why) const
     return !run.ended || !run.endedByItself() ? Need::UnknownOutcome : Need::Nothing;
 }
 
-QList<RunLedger::Entry> RunLedger::entries() const
+RunLedger::Entry RunLedger::entry(const Recordings::Day &day, const RecordedRun &run) const
 {
-    QList<Entry> all;
-    for (const Recordings::Day &day : m_days) {
-        for (const RecordedRun &run : day.runs) {
-            Entry entry;
-            entry.day = day.date;
-            entry.run = &run;
-            entry.need = needOf(run, &entry.why);
-            entry.settled = settlingOf(run.id);
-            entry.settles = m_settles.value(run.id);
-            all.append(entry);
-        }
-    }
-    return all;
+    Entry entry;
+    entry.day = day.date;
+    entry.run = &run;
+    entry.need = needOf(run, &entry.why);
+    entry.settled = settlingOf(run.id);
+    entry.settles = m_settles.value(run.id);
+    return entry;
 }
 
 const RecordedRun *RunLedger::run(const QString &id, QDate *day) const
 {
+    if (m_index.isEmpty())
+        for (qsizetype d = 0; d < m_days.size(); ++d)
+            for (qsizetype r = 0; r < m_days[d].runs.size(); ++r)
+                m_index.insert(m_days[d].runs[r].id, {d, r});
     const auto found = m_index.constFind(id);
     if (found == m_index.cend())
         return nullptr;

@@ -50,7 +50,9 @@ public:
                           std::optional<QDate> until = {});
 
     const QList<Recordings::Day> &days() const { return m_days; }
-    QList<Entry> entries() const;
+    // What a run of a day needs and how it was settled; made when asked, so that a big day
+    // holds nothing more than its runs.
+    Entry entry(const Recordings::Day &day, const RecordedRun &run) const;
     // Null when no run of that id was read.
     const RecordedRun *run(const QString &id, QDate *day = nullptr) const;
     std::optional<Settling> settlingOf(const QString &id) const;
@@ -75,7 +77,7 @@ private:
     std::optional<How> reversal(const RecordedRun &run, QString &reference);
 
     QList<Recordings::Day> m_days;
-    QHash<QString, std::pair<qsizetype, qsizetype>> m_index; // run id: day, run
+    mutable QHash<QString, std::pair<qsizetype, qsizetype>> m_index; // run id: day, run; lazily
     QHash<QString, Settling> m_settled;
     QHash<QString, QString> m_settles;  // the settling run's id: the run it settled
     QHash<QString, QString> m_refundOf; // an SBP refund's form identifier: the reference it names
