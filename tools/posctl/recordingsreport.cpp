@@ -277,7 +277,7 @@ QString runJson(const RunLedger::Entry &entry)
 void RecordingsReport::write(Output &out, const QString &directory, const Selection &selection,
                              bool json)
 {
-    const RunLedger ledger = RunLedger::read(directory, selection.since, selection.until);
+    const RunLedger ledger = RunLedger::read(directory);
     const bool oneDay = selection.since == selection.until;
     if (json)
         out << u"{\"directory\":"_s << JsonWriter::encode(directory)

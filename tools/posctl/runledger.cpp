@@ -84,17 +84,13 @@ std::optional<RunLedger::How> RunLedger::reversal(const RecordedRun &run, QStrin
 
 namespace {} // namespace
 
-RunLedger RunLedger::read(const QString &directory, std::optional<QDate> since,
-                          std::optional<QDate> until)
+RunLedger RunLedger::read(const QString &directory)
 {
     RunLedger ledger;
     for (const QDate &date : Recordings::days(directory)) {
-        // Settlings of an earlier day's runs stand in later days: every day's lines are read,
-        // the runs of days out of range dropped.
-        Recordings::Day day = Recordings::read(directory, date);
-        if ((since && date < *since) || (until && date > *until))
-            day.runs.clear();
-        ledger.m_days.append(std::move(day));
+        // Every day, whatever a reader shows: a run is settled by a later day's settling, or by a
+        // cancel days after it.
+        ledger.m_days.append(Recordings::read(directory, date));
     }
     // A run just before midnight may be acknowledged just after it.
     for (qsizetype d = 1; d < ledger.m_days.size(); ++d) {

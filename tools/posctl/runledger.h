@@ -44,10 +44,9 @@ public:
         QString settles; // the run this one settled, when it did
     };
 
-    // The days from since to until (all of them when not given), read in order; acknowledgements
-    // are matched across neighbouring days, and settlings from every day read.
-    static RunLedger read(const QString &directory, std::optional<QDate> since = {},
-                          std::optional<QDate> until = {});
+    // Every day of the recordings, in order; acknowledgements are matched across neighbouring
+    // days, settlings and the cancels and refunds that settle a run across all of them.
+    static RunLedger read(const QString &directory);
 
     const QList<Recordings::Day> &days() const { return m_days; }
     // What a run of a day needs and how it was settled; made when asked, so that a big day
