@@ -138,7 +138,10 @@ QList<const RecordedRun *> lastFailures(const RunLedger &ledger, int count)
         const QList<RecordedRun> &runs = days.at(d).runs;
         for (qsizetype r = runs.size() - 1; r >= 0 && failed.size() < count; --r) {
             const RecordedRun &run = runs.at(r);
-            if (run.option(u"-f"_s).endsWith(u"StatusSbp"_s) || !run.ended)
+            const operationcodes::Operation *operation =
+                operationcodes::find(run.operation().toInt(), run.option(u"-f"_s).toStdString());
+            if ((operation && !operation->function.empty() && !operation->takesAmount) ||
+                !run.ended)
                 continue;
             if (run.approval() || run.answer.status == 1)
                 return {};
@@ -192,21 +195,33 @@ struct Summary
 
     void add(const RecordedRun &run)
     {
-        const QString function = run.option(u"-f"_s);
+        const operationcodes::Operation *operation =
+            operationcodes::find(run.operation().toInt(), run.option(u"-f"_s).toStdString());
+        if (!operation)
+            return;
         bool ok = false;
         qint64 amount = run.option(u"-a"_s).toLongLong(&ok);
-        if (function == "paymentSbp"_L1 || function == "returnSbp"_L1)
+        const bool sbp = !operation->function.empty();
+        if (sbp && operation->takesAmount)
             lastSbpAmount = ok ? amount : 0;
         if (!ok)
             amount = lastSbpAmount;
         if (!run.approval())
             return;
-        const QString code = run.operation();
         int line = -1;
-        if (function.isEmpty())
-            line = code == "1"_L1 ? 0 : code == "2"_L1 ? 1 : code == "3"_L1 ? 2 : -1;
-        else
-            line = function.startsWith(u"payment"_s) ? 3 : 4;
+        switch (operation->code) {
+        case operationcodes::Sale:
+            line = sbp ? 3 : 0;
+            break;
+        case operationcodes::Refund:
+            line = sbp ? 4 : 1;
+            break;
+        case operationcodes::Cancel:
+            line = 2;
+            break;
+        default:
+            break;
+        }
         if (line >= 0) {
             ++lines[line].count;
             lines[line].sum += amount;
@@ -286,15 +301,18 @@ void RecordingsReport::write(Output &out, const QString &directory, const Select
                              JsonWriter::encode(selection.since.toString(Qt::ISODate)),
                              JsonWriter::encode(selection.until.toString(Qt::ISODate))));
     bool firstDay = true;
-    static const Recordings::Day noDay;
-    for (QDate date = selection.since; date <= selection.until; date = date.addDays(1)) {
-        const Recordings::Day *day = nullptr;
-        for (const Recordings::Day &d : ledger.days())
-            if (d.date == date)
-                day = &d;
-        if (!day && !oneDay)
-            continue;
-        const Recordings::Day &runs = day ? *day : noDay;
+    // The days in range that hold recordings; one day asked for is listed even when empty.
+    QList<const Recordings::Day *> selected;
+    for (const Recordings::Day &day : ledger.days())
+        if (day.date >= selection.since && day.date <= selection.until)
+            selected.append(&day);
+    Recordings::Day empty;
+    empty.date = selection.since;
+    if (oneDay && selected.isEmpty())
+        selected.append(&empty);
+    for (const Recordings::Day *day : std::as_const(selected)) {
+        const Recordings::Day &runs = *day;
+        const QDate date = day->date;
         // Counted first, then written a run at a time: a day may hold a hundred thousand.
         Summary totals;
         qsizetype shown = 0;
@@ -604,9 +622,6 @@ void RecordingsReport::addFindings(const QString &directory, Findings &findings,
     int open = 0;
     for (const Recordings::Day &recorded : ledger.days()) {
         for (const RecordedRun &run : recorded.runs) {
-            // Made only for the runs that may need a person: most need nothing.
-            if (run.endedByItself() && !run.approval() && run.hasOutput)
-                continue;
             const RunLedger::Entry entry = ledger.entry(recorded, run);
             const QString day = entry.day.toString(Qt::ISODate);
             const bool outputsMissing = run.ended && !run.hasOutput;
@@ -640,7 +655,7 @@ void RecordingsReport::addFindings(const QString &directory, Findings &findings,
                                    day, summary(run), run.answer.referenceNumber,
                                    run.answer.authorizationCode, run.id, entry.why),
                                run, entry.day);
-                const bool sbp = run.option(u"-f"_s).endsWith(u"Sbp"_s);
+                const bool sbp = !run.option(u"-f"_s).isEmpty(); // only SBP runs have one
                 finding.advice =
                     u"for the approval of %1: print the terminal's last slip with posctl --dir %2 "
                     u"copy; if the till has no sale for it, %3, which settles it; if the till has "
